@@ -1,0 +1,58 @@
+// The compiled resource (.res) writer: a 32-byte empty leading entry, then
+// per resource a ResourceHeader and its data, each padded to 4 bytes. All
+// layouts are written field by field, little-endian. The file is written
+// strictly front to back.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "support/platform.h"
+
+namespace tarn {
+
+// A resource type or name as 16-bit units, as on disk: 0xFFFF then the
+// ordinal, or the name (the zero terminator is implied; c_str() supplies it).
+struct NameOrOrdinal {
+    std::u16string units;
+};
+
+NameOrOrdinal make_ordinal(uint16_t ordinal);
+NameOrOrdinal make_name(std::u16string_view name);
+inline bool is_ordinal(const NameOrOrdinal& n) {
+    return !n.units.empty() && n.units[0] == 0xFFFF;
+}
+inline uint16_t ordinal_of(const NameOrOrdinal& n) { return n.units.size() > 1 ? n.units[1] : 0; }
+
+// The trailing fields of a ResourceHeader, in file order.
+struct ResourceAttributes {
+    uint32_t data_version = 0;
+    uint16_t memory_flags = 0;
+    uint16_t language = 0;
+    uint32_t version = 0;
+    uint32_t characteristics = 0;
+};
+
+constexpr uint32_t COPY_BUFFER_SIZE = 4096;
+
+// Each returns 0 or a platform error number; callers report code | 0x8000.
+// Creates the output (replacing any file), then the 32-byte leading entry.
+// They are two steps because their failures are reported differently.
+uint32_t create_output(const char16_t* path);
+uint32_t write_leading_entry();
+void close_output(); // a close failure is ignored
+uint32_t write_bytes(const void* buffer, uint32_t count);
+uint32_t output_position();
+uint32_t pad_to_4(uint32_t value);
+uint32_t name_size(const NameOrOrdinal& name);
+uint32_t write_name(const NameOrOrdinal& name);
+uint32_t write_u16(uint16_t v);
+uint32_t write_u32(uint32_t v);
+uint32_t header_size(const NameOrOrdinal& type, const NameOrOrdinal& name);
+uint32_t write_resource_header(uint32_t data_size, const ResourceAttributes& attributes,
+                               const NameOrOrdinal& type, const NameOrOrdinal& name);
+uint32_t copy_file_rest(FileHandle input);
+NameOrOrdinal copy_name(const NameOrOrdinal& name);
+
+} // namespace tarn

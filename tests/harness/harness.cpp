@@ -1,0 +1,78 @@
+#include "harness/harness.h"
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+
+#include "api/lifecycle.h"
+#include "support/text.h"
+#include <tarn/tarn.h>
+
+namespace tarn_test {
+
+namespace {
+
+FreshLibrary* current = nullptr;
+std::atomic<unsigned> folder_counter{0};
+
+} // namespace
+
+std::u16string u16(const std::string& utf8) { return tarn::utf8_to_utf16(utf8); }
+std::string u8(const std::u16string& utf16) { return tarn::utf16_to_utf8(utf16); }
+
+std::vector<uint8_t> read_bytes(const std::filesystem::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+void FreshLibrary::SetUp() {
+    tarn::library_detach();
+    tarn::library_attach(nullptr);
+    current = this;
+    dir_ = std::filesystem::temp_directory_path() /
+           ("tarn-test-" + std::to_string(folder_counter++) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::remove_all(dir_);
+    std::filesystem::create_directories(dir_);
+    set_error_function_w(
+        [](int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
+            Diagnostic d;
+            d.severity = severity;
+            d.has_file = file != nullptr;
+            if (file) d.file = u8(file);
+            d.line = line;
+            d.text = u8(text);
+            if (current) current->diags.push_back(d);
+        },
+        0);
+    set_information_function_w([](const char16_t* text) {
+        if (current) current->info.push_back(u8(text));
+    });
+}
+
+void FreshLibrary::TearDown() {
+    tarn::library_detach();
+    current = nullptr;
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+}
+
+std::filesystem::path FreshLibrary::write_file(const std::string& name, const std::string& bytes) {
+    std::filesystem::path p = dir_ / name;
+    std::filesystem::create_directories(p.parent_path());
+    std::ofstream out(p, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return p;
+}
+
+std::u16string FreshLibrary::wide(const std::filesystem::path& p) { return p.u16string(); }
+
+int32_t FreshLibrary::compile(const std::string& script, std::vector<uint8_t>* res) {
+    std::filesystem::path in = write_file("input.rc", script);
+    std::filesystem::path out = dir_ / "input.res";
+    int32_t ok = compile_script_w(wide(in).c_str(), wide(out).c_str());
+    if (res) *res = std::filesystem::exists(out) ? read_bytes(out) : std::vector<uint8_t>{};
+    return ok;
+}
+
+} // namespace tarn_test

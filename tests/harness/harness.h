@@ -1,0 +1,47 @@
+// Test harness: every case starts from a just-loaded library (detach, then
+// attach) with callbacks that record what the library reports, and a fresh
+// temporary folder for its files.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tarn_test {
+
+struct Diagnostic {
+    int32_t severity = 0;
+    std::string file; // empty when the library passed null
+    bool has_file = false;
+    uint32_t line = 0;
+    std::string text; // UTF-8
+};
+
+std::u16string u16(const std::string& utf8);
+std::string u8(const std::u16string& utf16);
+std::vector<uint8_t> read_bytes(const std::filesystem::path& p);
+
+class FreshLibrary : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Writes a file below the temporary folder; returns its full path.
+    std::filesystem::path write_file(const std::string& name, const std::string& bytes);
+    std::filesystem::path path_of(const std::string& name) const { return dir_ / name; }
+    // The path as the library wants it.
+    static std::u16string wide(const std::filesystem::path& p);
+
+    // Writes `script` as input.rc and compiles it to input.res; returns the
+    // export's result. `res` receives the output bytes (empty if none).
+    int32_t compile(const std::string& script, std::vector<uint8_t>* res = nullptr);
+
+    std::filesystem::path dir_;
+    std::vector<Diagnostic> diags;
+    std::vector<std::string> info;
+};
+
+} // namespace tarn_test
