@@ -4,7 +4,11 @@
 namespace tarn {
 
 ScriptLocation script_location;
+ScriptToken token;
 
-void script_reset() { script_location = ScriptLocation{}; }
+void script_reset() {
+    script_location = ScriptLocation{};
+    token = ScriptToken{};
+}
 
 } // namespace tarn
