@@ -31,15 +31,24 @@ struct ControlKeyword {
 };
 
 constexpr ControlKeyword control_keywords[] = {
-    {TK_AUTO3STATE, 0x80, 0x00010006},      {TK_AUTOCHECKBOX, 0x80, 0x00010003},
-    {TK_AUTORADIOBUTTON, 0x80, 0x00000009}, {TK_CHECKBOX, 0x80, 0x00010002},
-    {TK_COMBOBOX, 0x85, 0x00000000},        {TK_CONTROL, CLASS_FROM_STATEMENT, CHILD_VISIBLE},
-    {TK_CTEXT, 0x82, 0x00020001},           {TK_DEFPUSHBUTTON, 0x80, 0x00010001},
-    {TK_EDITTEXT, 0x81, 0x00810000},        {TK_GROUPBOX, 0x80, 0x00000007},
-    {TK_ICON, 0x82, 0x00000003},            {TK_LISTBOX, 0x83, 0x00800001},
-    {TK_LTEXT, 0x82, 0x00020000},           {TK_PUSHBOX, 0x80, 0x0001000A},
-    {TK_PUSHBUTTON, 0x80, 0x00010000},      {TK_RADIOBUTTON, 0x80, 0x00000004},
-    {TK_RTEXT, 0x82, 0x00020002},           {TK_SCROLLBAR, 0x84, 0x00000000},
+    {TK_AUTO3STATE, 0x80, 0x00010006},
+    {TK_AUTOCHECKBOX, 0x80, 0x00010003},
+    {TK_AUTORADIOBUTTON, 0x80, 0x00000009},
+    {TK_CHECKBOX, 0x80, 0x00010002},
+    {TK_COMBOBOX, 0x85, 0x00000000},
+    {TK_CONTROL, CLASS_FROM_STATEMENT, CHILD_VISIBLE},
+    {TK_CTEXT, 0x82, 0x00020001},
+    {TK_DEFPUSHBUTTON, 0x80, 0x00010001},
+    {TK_EDITTEXT, 0x81, 0x00810000},
+    {TK_GROUPBOX, 0x80, 0x00000007},
+    {TK_ICON, 0x82, 0x00000003},
+    {TK_LISTBOX, 0x83, 0x00800001},
+    {TK_LTEXT, 0x82, 0x00020000},
+    {TK_PUSHBOX, 0x80, 0x0001000A},
+    {TK_PUSHBUTTON, 0x80, 0x00010000},
+    {TK_RADIOBUTTON, 0x80, 0x00000004},
+    {TK_RTEXT, 0x82, 0x00020002},
+    {TK_SCROLLBAR, 0x84, 0x00000000},
     {TK_STATE3, 0x80, 0x00010005},
 };
 
@@ -195,8 +204,10 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
         out.u32(c.extended_style);
     }
     for (int16_t v : {c.x, c.y, c.cx, c.cy}) out.u16(uint16_t(v));
-    if (extended) out.u32(c.id);
-    else out.u16(c.id);
+    if (extended)
+        out.u32(c.id);
+    else
+        out.u16(c.id);
     out.name(c.class_name);
     out.name(c.text);
     out.u16(uint16_t(c.creation_data.size()));
@@ -301,9 +312,12 @@ void compile_dialog(const ScriptToken& name, int extended) {
     expect(TK_BEGIN);
     for (;;) {
         if (const ControlKeyword* k = find_control_keyword(token.kind)) {
-            if (k->kind == TK_CONTROL) add_generic_control(d, k->style);
-            else add_control(d, k->class_ordinal, k->style);
-            if (d.extended && accept(TK_BEGIN)) parse_creation_data(d.controls.back().creation_data);
+            if (k->kind == TK_CONTROL)
+                add_generic_control(d, k->style);
+            else
+                add_control(d, k->class_ordinal, k->style);
+            if (d.extended && accept(TK_BEGIN))
+                parse_creation_data(d.controls.back().creation_data);
         } else if (token.kind != TK_END) {
             report(error_code(MSG_INVALID_SYNTAX)); // the token is left to the statement loop
             return;

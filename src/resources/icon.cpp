@@ -50,8 +50,12 @@ struct IconFileEntry {
     uint32_t size, offset;
 };
 
-uint16_t get16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
-uint32_t get32(const uint8_t* p) { return get16(p) | uint32_t(get16(p + 2)) << 16; }
+uint16_t get16(const uint8_t* p) {
+    return uint16_t(p[0] | p[1] << 8);
+}
+uint32_t get32(const uint8_t* p) {
+    return get16(p) | uint32_t(get16(p + 2)) << 16;
+}
 
 // Where a statement's bytes come from: an open file or the inline bytes.
 struct ImageSource {
@@ -175,7 +179,8 @@ uint32_t write_images(const ImageKind& kind, const NameOrOrdinal& name, const Im
     if (!src.inline_bytes && (count == 0 || count > MAX_IMAGES)) return CORRUPT;
     if (uint32_t e = read_at(src, FILE_HEADER_SIZE, FILE_ENTRY_SIZE * count, directory)) return e;
     std::vector<IconFileEntry> entries;
-    for (uint32_t i = 0; i < count; i++) entries.push_back(entry_at(&directory[FILE_ENTRY_SIZE * i]));
+    for (uint32_t i = 0; i < count; i++)
+        entries.push_back(entry_at(&directory[FILE_ENTRY_SIZE * i]));
     for (IconFileEntry& entry : entries)
         if (uint32_t e = write_image(kind, entry, src, attributes)) return e;
     return write_group(kind, name, entries, base, attributes);
@@ -210,8 +215,10 @@ const char16_t* hex_long(const char16_t* p, int32_t* value) {
     uint64_t magnitude = 0;
     for (; digit(*s) >= 0; s++)
         if (magnitude <= 0x80000000u) magnitude = magnitude * 16 + uint64_t(digit(*s));
-    if (negative) *value = magnitude >= 0x80000000u ? INT32_MIN : -int32_t(magnitude);
-    else *value = magnitude > 0x7FFFFFFFu ? INT32_MAX : int32_t(magnitude);
+    if (negative)
+        *value = magnitude >= 0x80000000u ? INT32_MIN : -int32_t(magnitude);
+    else
+        *value = magnitude > 0x7FFFFFFFu ? INT32_MAX : int32_t(magnitude);
     return s;
 }
 
@@ -282,9 +289,15 @@ uint32_t bits_for_colors(uint32_t n) {
     return bits;
 }
 
-void image_counter_reset() { image_ordinal_counter = 0; }
+void image_counter_reset() {
+    image_ordinal_counter = 0;
+}
 
-void compile_icon(const ScriptToken& name) { compile_images(icon_kind, name); }
-void compile_cursor(const ScriptToken& name) { compile_images(cursor_kind, name); }
+void compile_icon(const ScriptToken& name) {
+    compile_images(icon_kind, name);
+}
+void compile_cursor(const ScriptToken& name) {
+    compile_images(cursor_kind, name);
+}
 
 } // namespace tarn

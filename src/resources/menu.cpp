@@ -15,7 +15,7 @@ namespace tarn {
 namespace {
 
 constexpr uint16_t MF_POPUP = 0x0010;
-constexpr uint16_t MF_END = 0x0080; // last item of its level
+constexpr uint16_t MF_END = 0x0080;            // last item of its level
 constexpr uint16_t MF_SEPARATOR_MARK = 0x1000; // internal, never written
 constexpr uint16_t MFR_POPUP = 0x01;
 constexpr uint16_t MFR_END = 0x80;
@@ -96,8 +96,10 @@ std::unique_ptr<MenuNode> parse_popup(bool extended) {
     node->flags = MF_POPUP;
     next_token();
     parse_item_text(*node);
-    if (extended) parse_ex_fields(*node, true);
-    else parse_menu_options(*node);
+    if (extended)
+        parse_ex_fields(*node, true);
+    else
+        parse_menu_options(*node);
     expect(TK_BEGIN);
     return node;
 }
@@ -106,9 +108,12 @@ uint32_t menu_size(const MenuNode& level) {
     uint32_t size = 0;
     for (const auto& c : level.children) {
         uint32_t text = string_size(c->text.value_or(u""));
-        if (c->is_popup()) size += 2 + text + menu_size(*c);
-        else if (c->flags & MF_SEPARATOR_MARK) size += 6;
-        else size += 4 + text;
+        if (c->is_popup())
+            size += 2 + text + menu_size(*c);
+        else if (c->flags & MF_SEPARATOR_MARK)
+            size += 6;
+        else
+            size += 4 + text;
     }
     return size;
 }
@@ -205,6 +210,7 @@ void compile_menu(const ScriptToken& name, int extended) {
             }
         } else {
             report(error_code(MSG_INVALID_SYNTAX)); // also a popup nested too deep
+            if (token.kind == TK_EOF) report(fatal_code(MSG_UNEXPECTED_EOF));
             return;
         }
     }

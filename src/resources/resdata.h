@@ -49,11 +49,15 @@ struct ResData {
 };
 
 // Bytes of a zero-terminated UTF-16 string.
-inline uint32_t string_size(std::u16string_view s) { return 2 * (uint32_t(s.size()) + 1); }
+inline uint32_t string_size(std::u16string_view s) {
+    return 2 * (uint32_t(s.size()) + 1);
+}
 
 // The current token's text up to its first zero unit, as the resource
 // layouts store strings.
-inline std::u16string token_string() { return std::u16string(token.text); }
+inline std::u16string token_string() {
+    return std::u16string(token.text);
+}
 
 // Header, data, and the padding after the data. `data_size` is the size
 // the header announces, which some layouts compute apart from what they

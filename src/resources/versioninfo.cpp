@@ -48,9 +48,12 @@ struct FixedStatement {
 };
 
 constexpr FixedStatement fixed_statements[] = {
-    {TK_FILEFLAGSMASK, F_FLAGS_MASK, false}, {TK_FILEFLAGS, F_FLAGS, false},
-    {TK_FILEOS, F_OS, false},                {TK_FILETYPE, F_TYPE, false},
-    {TK_FILESUBTYPE, F_SUBTYPE, false},      {TK_FILEVERSION, F_FILE_VERSION_HIGH, true},
+    {TK_FILEFLAGSMASK, F_FLAGS_MASK, false},
+    {TK_FILEFLAGS, F_FLAGS, false},
+    {TK_FILEOS, F_OS, false},
+    {TK_FILETYPE, F_TYPE, false},
+    {TK_FILESUBTYPE, F_SUBTYPE, false},
+    {TK_FILEVERSION, F_FILE_VERSION_HIGH, true},
     {TK_PRODUCTVERSION, F_PRODUCT_VERSION_HIGH, true},
 };
 
@@ -89,8 +92,10 @@ void parse_version_fixed(VersionInfo& info) {
             if (token.kind == s.kind) found = &s;
         if (!found) return;
         next_token();
-        if (found->is_version) parse_version_parts(&info.fixed[found->field]);
-        else info.fixed[found->field] = parse_expr(true);
+        if (found->is_version)
+            parse_version_parts(&info.fixed[found->field]);
+        else
+            info.fixed[found->field] = parse_expr(true);
     }
 }
 
@@ -159,7 +164,9 @@ void parse_blocks(VersionInfo& info) {
     }
 }
 
-uint32_t align_2(uint32_t size) { return size % 4 ? size + 2 : size; }
+uint32_t align_2(uint32_t size) {
+    return size % 4 ? size + 2 : size;
+}
 
 uint32_t pair_size(const StringPair& p) {
     return align_2(NODE_HEADER + string_size(p.key)) + string_size(p.value);
