@@ -20,14 +20,16 @@ enum class Size { half, normal, wide64 };
 
 // One parsed "!printf-format!".
 struct Spec {
-    bool left = false, plus = false, space = false, alt = false, zero = false;
+    uint8_t flags = 0; // F_ bits
     int width = -1;
     int precision = -1;
     Size size = Size::normal;
     char16_t conv = u's';
 };
 
-bool is_digit(char16_t c) { return c >= u'0' && c <= u'9'; }
+bool is_digit(char16_t c) {
+    return c >= u'0' && c <= u'9';
+}
 
 int read_number(std::u16string_view f, size_t* i) {
     int n = 0;
@@ -38,17 +40,13 @@ int read_number(std::u16string_view f, size_t* i) {
     return n;
 }
 
+// The flag characters, in the order of their bits in Spec::flags.
+constexpr std::u16string_view FLAG_CHARS = u"-+ #0";
+enum : uint8_t { F_LEFT = 1, F_PLUS = 2, F_SPACE = 4, F_ALT = 8, F_ZERO = 16 };
+
 void read_flags(std::u16string_view f, size_t* i, Spec* s) {
-    for (; *i < f.size(); ++*i) {
-        switch (f[*i]) {
-        case u'-': s->left = true; break;
-        case u'+': s->plus = true; break;
-        case u' ': s->space = true; break;
-        case u'#': s->alt = true; break;
-        case u'0': s->zero = true; break;
-        default: return;
-        }
-    }
+    for (size_t k; *i < f.size() && (k = FLAG_CHARS.find(f[*i])) != FLAG_CHARS.npos; ++*i)
+        s->flags |= static_cast<uint8_t>(1u << k);
 }
 
 // Length prefixes: h, l, ll, I64, I32, I and w. "l" and "w" only make a
@@ -75,19 +73,25 @@ Spec parse_spec(std::u16string_view f) {
     Spec s;
     size_t i = 0;
     read_flags(f, &i, &s);
-    if (i < f.size() && f[i] == u'*') ++i;
-    else if (i < f.size() && is_digit(f[i])) s.width = read_number(f, &i);
+    if (i < f.size() && f[i] == u'*')
+        ++i;
+    else if (i < f.size() && is_digit(f[i]))
+        s.width = read_number(f, &i);
     if (i < f.size() && f[i] == u'.') {
         ++i;
-        if (i < f.size() && f[i] == u'*') ++i;
-        else s.precision = read_number(f, &i);
+        if (i < f.size() && f[i] == u'*')
+            ++i;
+        else
+            s.precision = read_number(f, &i);
     }
     read_size(f, &i, &s);
     if (i < f.size()) s.conv = f[i];
     return s;
 }
 
-void pad(std::u16string* out, size_t n, char16_t c) { out->append(n, c); }
+void pad(std::u16string* out, size_t n, char16_t c) {
+    out->append(n, c);
+}
 
 // Places body in a field of the spec's width; zeros go after any sign or
 // "0x" (the first `lead` units of body).
@@ -95,7 +99,7 @@ void put_field(std::u16string* out, const Spec& s, std::u16string_view body, boo
                size_t lead = 0) {
     size_t width = s.width > 0 ? static_cast<size_t>(s.width) : 0;
     size_t fill = width > body.size() ? width - body.size() : 0;
-    if (s.left) {
+    if (s.flags & F_LEFT) {
         *out += body;
         pad(out, fill, u' ');
     } else if (zero_fill) {
@@ -118,9 +122,18 @@ std::u16string digits_of(uint64_t v, unsigned base, bool upper) {
     return d;
 }
 
-bool is_signed_conv(char16_t c) { return c == u'd' || c == u'i'; }
+bool is_signed_conv(char16_t c) {
+    return c == u'd' || c == u'i';
+}
 bool is_integer_conv(char16_t c) {
     return is_signed_conv(c) || c == u'u' || c == u'x' || c == u'X' || c == u'o';
+}
+
+std::u16string_view sign_of(const Spec& s, bool negative) {
+    if (negative) return u"-";
+    if (!is_signed_conv(s.conv)) return u"";
+    if (s.flags & F_PLUS) return u"+";
+    return (s.flags & F_SPACE) ? u" " : u"";
 }
 
 void put_integer(std::u16string* out, const Spec& s, int64_t raw) {
@@ -134,32 +147,36 @@ void put_integer(std::u16string* out, const Spec& s, int64_t raw) {
         mag = negative ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
     } else {
         uint64_t v = static_cast<uint64_t>(raw);
-        mag = s.size == Size::half ? static_cast<uint16_t>(v)
+        mag = s.size == Size::half     ? static_cast<uint16_t>(v)
               : s.size == Size::normal ? static_cast<uint32_t>(v)
                                        : v;
     }
     unsigned base = (s.conv == u'x' || s.conv == u'X') ? 16 : s.conv == u'o' ? 8 : 10;
     std::u16string digits = digits_of(mag, base, s.conv == u'X');
     if (s.precision == 0 && mag == 0) digits.clear();
+    size_t zeros = 0; // from the precision, or the "#" of octal
     if (s.precision > 0 && digits.size() < static_cast<size_t>(s.precision))
-        digits.insert(0, static_cast<size_t>(s.precision) - digits.size(), u'0');
-    if (s.alt && base == 8 && (digits.empty() || digits[0] != u'0')) digits.insert(0, u"0");
+        zeros = static_cast<size_t>(s.precision) - digits.size();
+    else if ((s.flags & F_ALT) && base == 8 && (digits.empty() || digits[0] != u'0'))
+        zeros = 1;
 
-    std::u16string lead;
-    if (negative) lead = u"-";
-    else if (is_signed_conv(s.conv) && s.plus) lead = u"+";
-    else if (is_signed_conv(s.conv) && s.space) lead = u" ";
-    if (s.alt && base == 16 && mag != 0) lead += s.conv == u'X' ? u"0X" : u"0x";
-    put_field(out, s, lead + digits, s.zero && s.precision < 0, lead.size());
+    std::u16string body(sign_of(s, negative));
+    if ((s.flags & F_ALT) && base == 16 && mag != 0) body += s.conv == u'X' ? u"0X" : u"0x";
+    size_t lead = body.size();
+    body.append(zeros, u'0');
+    body += digits;
+    put_field(out, s, body, (s.flags & F_ZERO) && s.precision < 0, lead);
 }
 
 void put_string(std::u16string* out, const Spec& s, std::u16string_view text, bool cut) {
     if (cut && s.precision >= 0 && text.size() > static_cast<size_t>(s.precision))
         text = text.substr(0, static_cast<size_t>(s.precision));
-    put_field(out, s, text, s.zero);
+    put_field(out, s, text, s.flags & F_ZERO);
 }
 
-std::u16string_view text_of(const char16_t* p) { return p ? std::u16string_view(p) : u"(null)"; }
+std::u16string_view text_of(const char16_t* p) {
+    return p ? std::u16string_view(p) : u"(null)";
+}
 
 std::u16string decimal(int64_t v) {
     Spec s;
@@ -206,14 +223,21 @@ size_t put_insert(std::u16string_view text, size_t i, unsigned n, std::span<cons
     return i;
 }
 
+// "%x" escapes other than inserts; any character not listed stands for
+// itself ("%%", "%.", "%!").
+struct Escape {
+    char16_t letter;
+    const char16_t* text;
+};
+constexpr Escape ESCAPES[] = {{u'n', u"\r\n"}, {u'r', u"\r"}, {u't', u"\t"}, {u'b', u" "}};
+
 void put_escape(char16_t e, std::u16string* out) {
-    switch (e) {
-    case u'n': *out += u"\r\n"; break;
-    case u'r': *out += u'\r'; break;
-    case u't': *out += u'\t'; break;
-    case u'b': *out += u' '; break;
-    default: *out += e; // "%%", "%.", "%!" and the rest give the character
-    }
+    for (const Escape& x : ESCAPES)
+        if (x.letter == e) {
+            *out += x.text;
+            return;
+        }
+    *out += e;
 }
 
 } // namespace
@@ -230,8 +254,10 @@ std::u16string format_inserts(std::u16string_view text, std::span<const MsgArg> 
         if (i == text.size()) break; // a lone "%" at the end is dropped
         char16_t e = text[i++];
         if (e == u'0') break;
-        if (e >= u'1' && e <= u'9') i = put_insert(text, i, e - u'0', args, &out);
-        else put_escape(e, &out);
+        if (e >= u'1' && e <= u'9')
+            i = put_insert(text, i, e - u'0', args, &out);
+        else
+            put_escape(e, &out);
     }
     return out;
 }

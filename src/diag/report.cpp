@@ -20,8 +20,7 @@ namespace tarn {
 DiagState diag_state;
 
 void diag_reset() {
-    diag_state.language =
-        plat_user_language_swedish() ? Language::swedish : Language::english;
+    diag_state.language = plat_user_language_swedish() ? Language::swedish : Language::english;
 }
 
 namespace {
@@ -32,20 +31,27 @@ constexpr DiagnosticCode SYSTEM_NUMBER_MASK = 0x3FFF;
 
 using Args = std::initializer_list<MsgArg>;
 
-std::span<const MsgArg> as_span(Args args) { return {args.begin(), args.size()}; }
+std::span<const MsgArg> as_span(Args args) {
+    return {args.begin(), args.size()};
+}
 
 // A buffer of `size` units keeps its terminating zero: at most size-1 units.
 void cut(std::u16string* text, size_t size) {
     if (text->size() > size - 1) text->resize(size - 1);
 }
 
-const char16_t* table_text(uint32_t id) { return catalogue_text(id, diag_state.language); }
+const char16_t* table_text(uint32_t id) {
+    return catalogue_text(id, diag_state.language);
+}
 
 uint32_t prefix_number(DiagnosticCode code) {
     switch (code & SEVERITY_MASK) {
-    case SEVERITY_WARNING: return MSG_PREFIX_WARNING;
-    case SEVERITY_ERROR: return MSG_PREFIX_ERROR;
-    default: return (code & CODE_FATAL) ? uint32_t{MSG_PREFIX_FATAL} : 0;
+    case SEVERITY_WARNING:
+        return MSG_PREFIX_WARNING;
+    case SEVERITY_ERROR:
+        return MSG_PREFIX_ERROR;
+    default:
+        return (code & CODE_FATAL) ? uint32_t{MSG_PREFIX_FATAL} : 0;
     }
 }
 
@@ -105,7 +111,9 @@ void put_pp_insert(std::u16string* out, char16_t kind, const MsgArg* a) {
     case u'd':
         for (char c : std::to_string(static_cast<int32_t>(a->value))) *out += c;
         break;
-    case u'r': put_row(out, a->token_row); break;
+    case u'r':
+        put_row(out, a->token_row);
+        break;
     case u't':
         if (a->pp_token) put_text(out, a->pp_token->text, a->pp_token->len);
         break;
@@ -126,8 +134,10 @@ std::u16string expand_pp(std::u16string_view raw, Args args) {
         }
         if (i + 1 < raw.size() && raw[i + 1] == u'%') ++i; // "%%t" works like "%t"
         if (++i == raw.size()) break;
-        if (is_pp_insert(raw[i])) put_pp_insert(&out, raw[i], next.next());
-        else out += raw[i];
+        if (is_pp_insert(raw[i]))
+            put_pp_insert(&out, raw[i], next.next());
+        else
+            out += raw[i];
     }
     cut(&out, PP_TEXT_BUFFER);
     return out;
@@ -205,6 +215,8 @@ void send_info(const std::u16string& text) {
     if (compile_state.info_callback) compile_state.info_callback(text.c_str());
 }
 
-std::u16string diagnostic_text(DiagnosticCode code, Args args) { return script_text(code, args); }
+std::u16string diagnostic_text(DiagnosticCode code, Args args) {
+    return script_text(code, args);
+}
 
 } // namespace tarn
