@@ -19,7 +19,7 @@ namespace {
 enum class Size { half, normal, wide64 };
 
 // One parsed "!printf-format!".
-struct Spec {
+struct Format {
     uint8_t flags = 0; // F_ bits
     int width = -1;
     int precision = -1;
@@ -40,18 +40,18 @@ int read_number(std::u16string_view f, size_t* i) {
     return n;
 }
 
-// The flag characters, in the order of their bits in Spec::flags.
+// The flag characters, in the order of their bits in Format::flags.
 constexpr std::u16string_view FLAG_CHARS = u"-+ #0";
 enum : uint8_t { F_LEFT = 1, F_PLUS = 2, F_SPACE = 4, F_ALT = 8, F_ZERO = 16 };
 
-void read_flags(std::u16string_view f, size_t* i, Spec* s) {
+void read_flags(std::u16string_view f, size_t* i, Format* s) {
     for (size_t k; *i < f.size() && (k = FLAG_CHARS.find(f[*i])) != FLAG_CHARS.npos; ++*i)
         s->flags |= static_cast<uint8_t>(1u << k);
 }
 
 // Length prefixes: h, l, ll, I64, I32, I and w. "l" and "w" only make a
 // string or character wide, which every text here already is.
-void read_size(std::u16string_view f, size_t* i, Spec* s) {
+void read_size(std::u16string_view f, size_t* i, Format* s) {
     std::u16string_view rest = f.substr(*i);
     if (rest.starts_with(u"ll") || rest.starts_with(u"I64")) {
         s->size = Size::wide64;
@@ -69,8 +69,8 @@ void read_size(std::u16string_view f, size_t* i, Spec* s) {
     }
 }
 
-Spec parse_spec(std::u16string_view f) {
-    Spec s;
+Format parse_format(std::u16string_view f) {
+    Format s;
     size_t i = 0;
     read_flags(f, &i, &s);
     if (i < f.size() && f[i] == u'*')
@@ -93,9 +93,9 @@ void pad(std::u16string* out, size_t n, char16_t c) {
     out->append(n, c);
 }
 
-// Places body in a field of the spec's width; zeros go after any sign or
+// Places body in a field of the format's width; zeros go after any sign or
 // "0x" (the first `lead` units of body).
-void put_field(std::u16string* out, const Spec& s, std::u16string_view body, bool zero_fill,
+void put_field(std::u16string* out, const Format& s, std::u16string_view body, bool zero_fill,
                size_t lead = 0) {
     size_t width = s.width > 0 ? static_cast<size_t>(s.width) : 0;
     size_t fill = width > body.size() ? width - body.size() : 0;
@@ -129,14 +129,14 @@ bool is_integer_conv(char16_t c) {
     return is_signed_conv(c) || c == u'u' || c == u'x' || c == u'X' || c == u'o';
 }
 
-std::u16string_view sign_of(const Spec& s, bool negative) {
+std::u16string_view sign_of(const Format& s, bool negative) {
     if (negative) return u"-";
     if (!is_signed_conv(s.conv)) return u"";
     if (s.flags & F_PLUS) return u"+";
     return (s.flags & F_SPACE) ? u" " : u"";
 }
 
-void put_integer(std::u16string* out, const Spec& s, int64_t raw) {
+void put_integer(std::u16string* out, const Format& s, int64_t raw) {
     bool negative = false;
     uint64_t mag;
     if (is_signed_conv(s.conv)) {
@@ -168,7 +168,7 @@ void put_integer(std::u16string* out, const Spec& s, int64_t raw) {
     put_field(out, s, body, (s.flags & F_ZERO) && s.precision < 0, lead);
 }
 
-void put_string(std::u16string* out, const Spec& s, std::u16string_view text, bool cut) {
+void put_string(std::u16string* out, const Format& s, std::u16string_view text, bool cut) {
     if (cut && s.precision >= 0 && text.size() > static_cast<size_t>(s.precision))
         text = text.substr(0, static_cast<size_t>(s.precision));
     put_field(out, s, text, s.flags & F_ZERO);
@@ -179,7 +179,7 @@ std::u16string_view text_of(const char16_t* p) {
 }
 
 std::u16string decimal(int64_t v) {
-    Spec s;
+    Format s;
     s.conv = u'd';
     s.size = Size::wide64;
     std::u16string out;
@@ -187,7 +187,7 @@ std::u16string decimal(int64_t v) {
     return out;
 }
 
-void put_argument(std::u16string* out, const Spec& s, const MsgArg& a) {
+void put_argument(std::u16string* out, const Format& s, const MsgArg& a) {
     bool string_conv = s.conv == u's' || s.conv == u'S';
     bool char_conv = s.conv == u'c' || s.conv == u'C';
     if (a.kind == MsgArg::string) {
@@ -219,7 +219,7 @@ size_t put_insert(std::u16string_view text, size_t i, unsigned n, std::span<cons
             i = close + 1;
         }
     }
-    if (n <= args.size()) put_argument(out, parse_spec(format), args[n - 1]);
+    if (n <= args.size()) put_argument(out, parse_format(format), args[n - 1]);
     return i;
 }
 

@@ -29,10 +29,10 @@ struct Row {
     std::vector<PpToken> tokens;
     TokenRow row;
 
-    Row(std::initializer_list<std::pair<const char16_t*, int>> spec) {
-        for (auto& [text, ws] : spec) texts.emplace_back(text);
+    Row(std::initializer_list<std::pair<const char16_t*, int>> list) {
+        for (auto& [text, ws] : list) texts.emplace_back(text);
         size_t i = 0;
-        for (auto& [text, ws] : spec) {
+        for (auto& [text, ws] : list) {
             PpToken t;
             t.type = texts[i] == u"\n" ? PP_NEWLINE : PP_NAME;
             t.wslen = static_cast<uint64_t>(ws);
