@@ -10,7 +10,6 @@
 
 #include <bit>
 #include <cerrno>
-#include <cstring>
 #include <iconv.h>
 #include <locale.h>
 #include <map>
@@ -28,7 +27,7 @@ constexpr uint32_t CP_US_ASCII = 20127;
 constexpr uint32_t CP_UTF8 = 65001;
 constexpr char DEFAULT_CHAR = '?';
 constexpr char16_t DEFAULT_WIDE = u'?';
-constexpr char16_t DEFAULT_WIDE_CJK = 0x30FB; // what the CJK pages decode bad bytes to
+constexpr char16_t DEFAULT_WIDE_932 = 0x30FB; // what 932 decodes bad bytes to
 constexpr uint16_t UNMAPPED = 0xFFFF;
 
 struct CodePageName {
@@ -40,41 +39,37 @@ struct CodePageName {
 
 // The pages Windows accepts and glibc provides. 28600 to 28602 and 28604
 // are missing as on Windows.
+// clang-format off
 constexpr CodePageName CODE_PAGES[] = {
-    {437, "CP437", true, 0},       {737, "CP737", true, 0},
-    {775, "CP775", true, 0},       {850, "CP850", true, 0},
-    {852, "CP852", true, 0},       {855, "CP855", true, 0},
-    {857, "CP857", true, 0},       {858, "CP858", true, 0},
-    {860, "CP860", true, 0},       {861, "CP861", true, 0},
-    {862, "CP862", true, 0},       {863, "CP863", true, 0},
-    {864, "CP864", true, 0},       {865, "CP865", true, 0},
-    {866, "CP866", true, 0},       {869, "CP869", true, 0},
-    {874, "CP874", true, 0},       {932, "CP932", false, DEFAULT_WIDE_CJK},
-    {936, "CP936", false, DEFAULT_WIDE_CJK}, {949, "CP949", false, DEFAULT_WIDE_CJK},
-    {950, "CP950", false, DEFAULT_WIDE_CJK}, {1250, "CP1250", true, 0},
-    {1251, "CP1251", true, 0},     {1252, "CP1252", true, 0},
-    {1253, "CP1253", true, 0},     {1254, "CP1254", true, 0},
-    {1255, "CP1255", true, 0},     {1256, "CP1256", true, 0},
-    {1257, "CP1257", true, 0},     {1258, "CP1258", true, 0},
-    {1361, "JOHAB", false, DEFAULT_WIDE}, {10000, "MACINTOSH", true, 0},
-    {20866, "KOI8-R", true, 0},    {21866, "KOI8-U", true, 0},
-    {28591, "ISO-8859-1", true, 0}, {28592, "ISO-8859-2", true, 0},
-    {28593, "ISO-8859-3", true, 0}, {28594, "ISO-8859-4", true, 0},
-    {28595, "ISO-8859-5", true, 0}, {28596, "ISO-8859-6", true, 0},
-    {28597, "ISO-8859-7", true, 0}, {28598, "ISO-8859-8", true, 0},
-    {28599, "ISO-8859-9", true, 0}, {28603, "ISO-8859-13", true, 0},
-    {28605, "ISO-8859-15", true, 0}, {54936, "GB18030", false, DEFAULT_WIDE},
+    {437, "CP437", true, 0}, {737, "CP737", true, 0}, {775, "CP775", true, 0},
+    {850, "CP850", true, 0}, {852, "CP852", true, 0}, {855, "CP855", true, 0},
+    {857, "CP857", true, 0}, {858, "CP858", true, 0}, {860, "CP860", true, 0},
+    {861, "CP861", true, 0}, {862, "CP862", true, 0}, {863, "CP863", true, 0},
+    {864, "CP864", true, 0}, {865, "CP865", true, 0}, {866, "CP866", true, 0},
+    {869, "CP869", true, 0}, {874, "CP874", true, 0}, {932, "CP932", false, DEFAULT_WIDE_932},
+    {936, "CP936", false, DEFAULT_WIDE}, {949, "CP949", false, DEFAULT_WIDE},
+    {950, "CP950", false, DEFAULT_WIDE}, {1250, "CP1250", true, 0}, {1251, "CP1251", true, 0},
+    {1252, "CP1252", true, 0}, {1253, "CP1253", true, 0}, {1254, "CP1254", true, 0},
+    {1255, "CP1255", true, 0}, {1256, "CP1256", true, 0}, {1257, "CP1257", true, 0},
+    {1258, "CP1258", true, 0}, {1361, "JOHAB", false, DEFAULT_WIDE}, {10000, "MACINTOSH", true, 0},
+    {20866, "KOI8-R", true, 0}, {21866, "KOI8-U", true, 0}, {28591, "ISO-8859-1", true, 0},
+    {28592, "ISO-8859-2", true, 0}, {28593, "ISO-8859-3", true, 0}, {28594, "ISO-8859-4", true, 0},
+    {28595, "ISO-8859-5", true, 0}, {28596, "ISO-8859-6", true, 0}, {28597, "ISO-8859-7", true, 0},
+    {28598, "ISO-8859-8", true, 0}, {28599, "ISO-8859-9", true, 0},
+    {28603, "ISO-8859-13", true, 0}, {28605, "ISO-8859-15", true, 0},
+    {54936, "GB18030", false, DEFAULT_WIDE},
 };
+// clang-format on
 
-const char* const UTF16_NATIVE = std::endian::native == std::endian::little ? "UTF-16LE"
-                                                                            : "UTF-16BE";
+const char* const UTF16_NATIVE =
+    std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
 const iconv_t NO_ICONV = reinterpret_cast<iconv_t>(-1);
 
 struct Codec {
     const CodePageName* page = nullptr;
-    char16_t to_unicode[256] = {};    // single-byte pages
-    std::vector<uint16_t> to_bytes;   // single-byte pages: 65536 entries or UNMAPPED
-    iconv_t decoder = NO_ICONV;       // multi-byte pages
+    char16_t to_unicode[256] = {};  // single-byte pages
+    std::vector<uint16_t> to_bytes; // single-byte pages: 65536 entries or UNMAPPED
+    iconv_t decoder = NO_ICONV;     // multi-byte pages
     iconv_t encoder = NO_ICONV;
     ~Codec() {
         if (decoder != NO_ICONV) iconv_close(decoder);
@@ -90,8 +85,10 @@ template <class T> struct Sink {
     bool full = false;
     void put(T u) {
         if (out) {
-            if (count < room) out[count] = u;
-            else full = true;
+            if (count < room)
+                out[count] = u;
+            else
+                full = true;
         }
         ++count;
     }
@@ -147,15 +144,7 @@ Codec* codec_for(uint32_t code_page) {
     return it->second.get();
 }
 
-bool is_high_surrogate(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
-bool is_low_surrogate(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
-
-// Units of one character at text[i]: a surrogate pair counts as one.
-size_t character_units(const char16_t* text, size_t i, size_t n) {
-    return is_high_surrogate(text[i]) && i + 1 < n && is_low_surrogate(text[i + 1]) ? 2 : 1;
-}
-
-// Runs iconv over the whole input. A byte or character it cannot convert is
+// Runs iconv over the whole input. A byte or unit it cannot convert is
 // replaced by `replacement` and skipped: `skip` gives the input bytes to
 // step over at the failing position.
 template <class Out, class Skip>
@@ -187,14 +176,31 @@ bool run_iconv(iconv_t cd, const char* in, size_t in_bytes, Sink<Out>& sink, Out
     }
 }
 
+// Bytes that one default character replaces where decoding fails: a lead
+// byte takes its (invalid) trail byte with it, as Windows' tables do, so a
+// lead byte alone is what iconv finds incomplete.
+size_t undecodable_length(iconv_t cd, const char* at, size_t left) {
+    char* in = const_cast<char*>(at);
+    size_t in_left = 1;
+    char16_t out[4];
+    char* out_p = reinterpret_cast<char*>(out);
+    size_t out_left = sizeof out;
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    bool lead =
+        iconv(cd, &in, &in_left, &out_p, &out_left) == static_cast<size_t>(-1) && errno == EINVAL;
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    return lead && left >= 2 ? 2 : 1;
+}
+
 size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, Sink<char16_t>& s) {
     for (size_t i = 0; i < n; ++i) s.put(c.to_unicode[bytes[i]]);
     return s.result();
 }
 
+// Unit by unit, as Windows does: a surrogate pair becomes two defaults.
 size_t encode_single_byte(const Codec& c, const char16_t* text, size_t n, Sink<char>& s) {
-    for (size_t i = 0; i < n; i += character_units(text, i, n)) {
-        uint16_t b = character_units(text, i, n) == 1 ? c.to_bytes[text[i]] : UNMAPPED;
+    for (size_t i = 0; i < n; ++i) {
+        uint16_t b = c.to_bytes[text[i]];
         s.put(b == UNMAPPED ? DEFAULT_CHAR : static_cast<char>(b));
     }
     return s.result();
@@ -202,8 +208,12 @@ size_t encode_single_byte(const Codec& c, const char16_t* text, size_t n, Sink<c
 
 } // namespace
 
-uint32_t plat_ansi_code_page() { return CP_ANSI; }
-uint32_t plat_oem_code_page() { return CP_OEM; }
+uint32_t plat_ansi_code_page() {
+    return CP_ANSI;
+}
+uint32_t plat_oem_code_page() {
+    return CP_OEM;
+}
 
 bool plat_valid_code_page(uint32_t code_page) {
     return code_page == CP_UTF8 || code_page == CP_US_ASCII || codec_for(code_page) != nullptr;
@@ -221,8 +231,11 @@ size_t plat_to_utf16(uint32_t code_page, const char* bytes, size_t n, char16_t* 
     Codec* c = codec_for(code_page);
     if (!c) return 0;
     if (c->page->single_byte) return decode_single_byte(*c, b, n, sink);
-    auto one_byte = [](const char*, size_t) { return size_t{1}; };
-    if (!run_iconv(c->decoder, bytes, n, sink, c->page->default_wide, one_byte)) return 0;
+    iconv_t cd = c->decoder;
+    auto bad_sequence = [cd](const char* at, size_t left) {
+        return undecodable_length(cd, at, left);
+    };
+    if (!run_iconv(cd, bytes, n, sink, c->page->default_wide, bad_sequence)) return 0;
     return sink.result();
 }
 
@@ -231,21 +244,16 @@ size_t plat_from_utf16(uint32_t code_page, const char16_t* text, size_t n, char*
     if (code_page == CP_UTF8) return utf8_encode(text, n, out, room);
     Sink<char> sink{out, room};
     if (code_page == CP_US_ASCII) {
-        for (size_t i = 0; i < n; i += character_units(text, i, n))
+        for (size_t i = 0; i < n; ++i)
             sink.put(text[i] < 0x80 ? static_cast<char>(text[i]) : DEFAULT_CHAR);
         return sink.result();
     }
     Codec* c = codec_for(code_page);
     if (!c) return 0;
     if (c->page->single_byte) return encode_single_byte(*c, text, n, sink);
-    auto one_character = [](const char* at, size_t left) {
-        char16_t unit[2] = {};
-        std::memcpy(unit, at, left >= 4 ? 4 : 2);
-        size_t units = is_high_surrogate(unit[0]) && left >= 4 && is_low_surrogate(unit[1]) ? 2 : 1;
-        return units * sizeof(char16_t);
-    };
+    auto one_unit = [](const char*, size_t) { return sizeof(char16_t); };
     if (!run_iconv(c->encoder, reinterpret_cast<const char*>(text), n * sizeof(char16_t), sink,
-                   DEFAULT_CHAR, one_character))
+                   DEFAULT_CHAR, one_unit))
         return 0;
     return sink.result();
 }
@@ -262,7 +270,9 @@ locale_t unicode_locale() {
     return loc;
 }
 
-bool is_surrogate(char16_t c) { return c >= 0xD800 && c <= 0xDFFF; }
+bool is_surrogate(char16_t c) {
+    return c >= 0xD800 && c <= 0xDFFF;
+}
 
 bool latin1_letter(char16_t c) {
     if (c < 0x80) return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');

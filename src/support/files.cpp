@@ -4,9 +4,13 @@
 
 namespace tarn {
 
-uint32_t file_open_read(const char16_t* path, FileHandle* out) { return plat_open_read(path, out); }
+uint32_t file_open_read(const char16_t* path, FileHandle* out) {
+    return plat_open_read(path, out);
+}
 
-uint32_t file_create(const char16_t* path, FileHandle* out) { return plat_create(path, out); }
+uint32_t file_create(const char16_t* path, FileHandle* out) {
+    return plat_create(path, out);
+}
 
 uint32_t file_read(FileHandle f, void* buffer, uint32_t n) {
     uint32_t got = 0;
@@ -35,11 +39,17 @@ uint32_t file_position(FileHandle f, uint32_t* position) {
     return plat_seek(f, 0, SeekOrigin::current, position);
 }
 
-uint32_t file_size(FileHandle f, uint32_t* size) { return plat_size(f, size); }
+uint32_t file_size(FileHandle f, uint32_t* size) {
+    return plat_size(f, size);
+}
 
-void file_close(FileHandle f) { plat_close(f); }
+void file_close(FileHandle f) {
+    plat_close(f);
+}
 
-uint32_t file_delete(const char16_t* path) { return plat_delete(path); }
+uint32_t file_delete(const char16_t* path) {
+    return plat_delete(path);
+}
 
 SignatureEncoding detect_signature(FileHandle f) {
     unsigned char b[4];

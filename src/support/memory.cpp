@@ -32,9 +32,13 @@ void* mem_realloc(void* block, size_t size) {
     return moved;
 }
 
-void mem_free(void* block) { std::free(block); }
+void mem_free(void* block) {
+    std::free(block);
+}
 
-char16_t* str_dup(const char16_t* s) { return str_dup_n(s, str_len(s), 0); }
+char16_t* str_dup(const char16_t* s) {
+    return str_dup_n(s, str_len(s), 0);
+}
 
 char16_t* str_dup_n(const char16_t* s, size_t n, size_t room) {
     auto* block = static_cast<char16_t*>(mem_alloc((room + n + 1) * sizeof(char16_t)));

@@ -15,8 +15,10 @@ struct PathOut {
     size_t len = 0;
     bool overflow = false;
     void put(char16_t c) {
-        if (len + 1 < size) out[len++] = c;
-        else overflow = true;
+        if (len + 1 < size)
+            out[len++] = c;
+        else
+            overflow = true;
     }
     // Terminates out and gives `result`; a result of 0 or a cut path leaves
     // out empty, since a cut path could name another file.
@@ -70,7 +72,9 @@ size_t path_join(char16_t* out, size_t size, const char16_t* dir, const char16_t
     return p.close(base);
 }
 
-bool file_exists(const char16_t* path) { return plat_exists(path); }
+bool file_exists(const char16_t* path) {
+    return plat_exists(path);
+}
 
 const char16_t* path_file_part(const char16_t* path) {
     if (!path) return u"";

@@ -21,6 +21,7 @@ constexpr uint32_t ERR_INVALID_HANDLE = 6; // also: any file call given a null h
 constexpr uint32_t ERR_OUT_OF_MEMORY = 14;
 constexpr uint32_t ERR_WRITE_FAULT = 29;
 constexpr uint32_t ERR_READ_FAULT = 30;
+constexpr uint32_t ERR_SHARING_VIOLATION = 32;
 constexpr uint32_t ERR_HANDLE_EOF = 38;
 constexpr uint32_t ERR_NO_UNICODE_TRANSLATION = 1113;
 

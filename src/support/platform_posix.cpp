@@ -16,6 +16,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -31,7 +32,6 @@ constexpr uint32_t ERR_TOO_MANY_OPEN_FILES = 4;
 constexpr uint32_t ERR_WRITE_PROTECT = 19;
 constexpr uint32_t ERR_NOT_READY = 21;
 constexpr uint32_t ERR_GEN_FAILURE = 31;
-constexpr uint32_t ERR_SHARING_VIOLATION = 32;
 constexpr uint32_t ERR_FILE_EXISTS = 80;
 constexpr uint32_t ERR_INVALID_PARAMETER = 87;
 constexpr uint32_t ERR_BROKEN_PIPE = 109;
@@ -84,8 +84,12 @@ uint32_t error_from_errno(int e, uint32_t fallback) {
 }
 
 // A file handle is the descriptor plus one, so that descriptor 0 is not null.
-FileHandle handle_of(int fd) { return reinterpret_cast<FileHandle>(static_cast<intptr_t>(fd) + 1); }
-int fd_of(FileHandle f) { return static_cast<int>(reinterpret_cast<intptr_t>(f) - 1); }
+FileHandle handle_of(int fd) {
+    return reinterpret_cast<FileHandle>(static_cast<intptr_t>(fd) + 1);
+}
+int fd_of(FileHandle f) {
+    return static_cast<int>(reinterpret_cast<intptr_t>(f) - 1);
+}
 
 bool entry_exists(const std::string& path) {
     struct stat st;
@@ -142,8 +146,10 @@ std::string resolve_native(const char16_t* path) {
         i = end;
         if (searching && name != "." && name != ".." && !entry_exists(out + name)) {
             std::string variant;
-            if (find_case_variant(out, name, &variant)) name = variant;
-            else searching = false; // nothing below a missing component exists
+            if (find_case_variant(out, name, &variant))
+                name = variant;
+            else
+                searching = false; // nothing below a missing component exists
         }
         out += name;
     }
@@ -163,24 +169,37 @@ uint32_t name_error(int e, const std::string& native) {
     return error_from_errno(e, ERR_GEN_FAILURE);
 }
 
-uint32_t open_native(const char16_t* path, int flags, FileHandle* out) {
+// Windows' sharing rules, with a lock per open file: readers share, a
+// created file is shared with nobody. The file is cut to empty only once
+// the lock is held, so a refused create leaves it as it was.
+uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
     *out = nullptr;
     std::string native = resolve_native(path);
     if (native.empty()) return ERR_PATH_NOT_FOUND;
+    int flags = create ? O_RDWR | O_CREAT : O_RDONLY;
     int fd;
     do fd = open(native.c_str(), flags | O_CLOEXEC, 0666);
     while (fd < 0 && errno == EINTR);
     if (fd < 0) return name_error(errno, native);
+    uint32_t e = 0;
     struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) { // Windows opens no folder as a file
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode))
+        e = ERR_ACCESS_DENIED; // no folder as a file
+    else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        e = ERR_SHARING_VIOLATION;
+    else if (create && ftruncate(fd, 0) != 0)
+        e = error_from_errno(errno, ERR_WRITE_FAULT);
+    if (e) {
         close(fd);
-        return ERR_ACCESS_DENIED;
+        return e;
     }
     *out = handle_of(fd);
     return 0;
 }
 
-std::u16string from_native(const std::string& s) { return utf8_to_utf16(s); }
+std::u16string from_native(const std::string& s) {
+    return utf8_to_utf16(s);
+}
 
 // "." and ".." taken out lexically, as Windows makes a path full.
 std::string normalised(const std::string& absolute) {
@@ -219,11 +238,11 @@ constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 } // namespace
 
 uint32_t plat_open_read(const char16_t* path, FileHandle* out) {
-    return open_native(path, O_RDONLY, out);
+    return open_native(path, false, out);
 }
 
 uint32_t plat_create(const char16_t* path, FileHandle* out) {
-    return open_native(path, O_RDWR | O_CREAT | O_TRUNC, out);
+    return open_native(path, true, out);
 }
 
 uint32_t plat_read(FileHandle f, void* buffer, uint32_t n, uint32_t* got) {
@@ -262,7 +281,8 @@ uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* po
     if (origin == SeekOrigin::begin) whence = SEEK_SET;
     if (origin == SeekOrigin::current) whence = SEEK_CUR;
     off_t at = lseek(fd_of(f), static_cast<off_t>(offset), whence);
-    if (at < 0) return errno == EINVAL ? ERR_NEGATIVE_SEEK : error_from_errno(errno, ERR_GEN_FAILURE);
+    if (at < 0)
+        return errno == EINVAL ? ERR_NEGATIVE_SEEK : error_from_errno(errno, ERR_GEN_FAILURE);
     if (position) *position = static_cast<uint32_t>(at);
     return 0;
 }
@@ -291,7 +311,9 @@ bool plat_exists(const char16_t* path) {
     return !native.empty() && entry_exists(native);
 }
 
-std::u16string plat_resolve(const char16_t* path) { return from_native(resolve_native(path)); }
+std::u16string plat_resolve(const char16_t* path) {
+    return from_native(resolve_native(path));
+}
 
 std::u16string plat_absolute(const char16_t* path) {
     std::string native = resolve_native(path);
@@ -304,7 +326,9 @@ std::u16string plat_absolute(const char16_t* path) {
     return from_native(normalised(native));
 }
 
-std::u16string plat_current_directory() { return from_native(current_directory_native()); }
+std::u16string plat_current_directory() {
+    return from_native(current_directory_native());
+}
 
 bool plat_getenv(std::u16string_view name, std::u16string* value) {
     std::string wanted = utf16_to_utf8(name);
@@ -340,7 +364,9 @@ uint32_t console_write(int handle, std::u16string_view text) {
     return 0;
 }
 
-int64_t time_now() { return static_cast<int64_t>(std::time(nullptr)); }
+int64_t time_now() {
+    return static_cast<int64_t>(std::time(nullptr));
+}
 
 std::string time_text(int64_t t) {
     time_t tt = static_cast<time_t>(t);

@@ -15,8 +15,7 @@ struct SystemMessage {
 
 constexpr SystemMessage SYSTEM_MESSAGES[] = {
     {2, u"The system cannot find the file specified.\r\n", u"Det går inte att hitta filen.\r\n"},
-    {3, u"The system cannot find the path specified.\r\n",
-     u"Det går inte att hitta sökvägen.\r\n"},
+    {3, u"The system cannot find the path specified.\r\n", u"Det går inte att hitta sökvägen.\r\n"},
     {4, u"The system cannot open the file.\r\n", u"Det går inte att öppna filen.\r\n"},
     {5, u"Access is denied.\r\n", u"Åtkomst nekad.\r\n"},
     {6, u"The handle is invalid.\r\n", u"Referensen är ogiltig.\r\n"},

@@ -29,7 +29,9 @@ void trail_range(unsigned char lead, size_t k, unsigned char* lo, unsigned char*
     if (lead == 0xF4) *hi = 0x8F;
 }
 
-bool lead_can_start(unsigned char lead) { return lead < 0x80 || (lead >= 0xC2 && lead <= 0xF4); }
+bool lead_can_start(unsigned char lead) {
+    return lead < 0x80 || (lead >= 0xC2 && lead <= 0xF4);
+}
 
 bool well_formed(const unsigned char* s, size_t len) {
     if (len > 4 || !lead_can_start(s[0])) return false;
@@ -49,8 +51,10 @@ template <class T> struct Sink {
     bool full = false;
     void put(T u) {
         if (out) {
-            if (count < room) out[count] = u;
-            else full = true;
+            if (count < room)
+                out[count] = u;
+            else
+                full = true;
         }
         ++count;
     }
@@ -86,8 +90,12 @@ void put_utf8(Sink<char>& sink, uint32_t cp) {
     }
 }
 
-bool is_high_surrogate(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
-bool is_low_surrogate(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+bool is_high_surrogate(char16_t c) {
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+bool is_low_surrogate(char16_t c) {
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
 
 } // namespace
 

@@ -90,7 +90,8 @@ TEST_F(FileTest, SignaturesAndThePositionAfterThem) {
 }
 
 TEST_F(FileTest, Utf8FileIsReadFromItsFourthByte) {
-    write("u8.rc", "\xEF\xBB\xBF" "1 RCDATA");
+    write("u8.rc", "\xEF\xBB\xBF"
+                   "1 RCDATA");
     FileHandle f = nullptr;
     ASSERT_EQ(file_open_read(script_path(u"u8.rc").c_str(), &f), 0u);
     ScopedFile closer(f);
@@ -121,11 +122,31 @@ TEST_F(FileTest, ReadsAndWritesAreExact) {
     EXPECT_EQ(file_read_some(f, buffer, 8, &got), 0u);
     EXPECT_EQ(got, 0u); // at the end
     EXPECT_NE(file_seek(f, -10, SeekOrigin::begin), 0u);
+}
+
+TEST_F(FileTest, CreatedFileIsSharedWithNobody) {
+    std::u16string name = script_path(u"out.res");
+    FileHandle out = nullptr, in = nullptr, other = nullptr;
+    ASSERT_EQ(file_create(name.c_str(), &out), 0u);
+    EXPECT_EQ(file_write(out, "data", 4), 0u);
+    EXPECT_EQ(file_open_read(name.c_str(), &in), ERR_SHARING_VIOLATION);
+    EXPECT_EQ(file_create(name.c_str(), &other), ERR_SHARING_VIOLATION);
+    file_close(out);
+    // Readers share with each other, and a refused create leaves the file whole.
+    ASSERT_EQ(file_open_read(name.c_str(), &in), 0u);
+    ScopedFile closer(in);
+    ASSERT_EQ(file_open_read(name.c_str(), &other), 0u);
+    file_close(other);
+    EXPECT_EQ(file_create(name.c_str(), &other), ERR_SHARING_VIOLATION);
+    uint32_t size = 0;
+    EXPECT_EQ(file_size(in, &size), 0u);
+    EXPECT_EQ(size, 4u);
+    file_close(closer.release());
     // Created again: replaced.
-    ASSERT_EQ(file_create(name.c_str(), &f), 0u);
-    closer.handle = f;
-    EXPECT_EQ(file_size(f, &size), 0u);
+    ASSERT_EQ(file_create(name.c_str(), &out), 0u);
+    EXPECT_EQ(file_size(out, &size), 0u);
     EXPECT_EQ(size, 0u);
+    file_close(out);
 }
 
 TEST_F(FileTest, MissingFileAndMissingPathHaveTheirNumbers) {

@@ -39,8 +39,10 @@ struct ScopedEnv {
 #ifdef _WIN32
         _putenv_s(name.c_str(), value ? value : "");
 #else
-        if (value) setenv(name.c_str(), value, 1);
-        else unsetenv(name.c_str());
+        if (value)
+            setenv(name.c_str(), value, 1);
+        else
+            unsetenv(name.c_str());
 #endif
     }
 };
@@ -48,11 +50,12 @@ struct ScopedEnv {
 } // namespace
 
 TEST(CodePages, TheWindowsPagesAreValid) {
-    for (uint32_t cp : {437u, 850u, 866u, 874u, 932u, 936u, 949u, 950u, 1250u, 1251u, 1252u,
-                        1253u, 1254u, 1255u, 1256u, 1257u, 1258u, 20127u, 28591u, 28592u,
-                        28595u, 28599u, 28603u, 28605u, 65001u})
+    for (uint32_t cp : {437u,   850u,   866u,   874u,   932u,   936u,   949u,  950u,  1250u,
+                        1251u,  1252u,  1253u,  1254u,  1255u,  1256u,  1257u, 1258u, 20127u,
+                        28591u, 28592u, 28595u, 28599u, 28603u, 28605u, 65001u})
         EXPECT_TRUE(plat_valid_code_page(cp)) << cp;
-    for (uint32_t cp : {0u, 1u, 1249u, 12345u, 70000u}) EXPECT_FALSE(plat_valid_code_page(cp)) << cp;
+    for (uint32_t cp : {0u, 1u, 1249u, 12345u, 70000u})
+        EXPECT_FALSE(plat_valid_code_page(cp)) << cp;
 #ifndef _WIN32
     EXPECT_EQ(plat_ansi_code_page(), 1252u);
     EXPECT_EQ(plat_oem_code_page(), 437u);
@@ -87,9 +90,19 @@ TEST(CodePages, UndefinedBytesOf1252KeepTheirValue) {
 TEST(CodePages, UnmappableCharactersBecomeTheDefault) {
     EXPECT_EQ(from16(1252, u"a\u4E00b"), "a?b");
     EXPECT_EQ(from16(866, u"\u4E00"), "?");
-    EXPECT_EQ(from16(932, u"a\U0001F600b"), "a?b");
-    EXPECT_EQ(from16(65001, u"a\xD800" u"b"), "a\xEF\xBF\xBD" "b");
-    EXPECT_EQ(to16(65001, "a\xFF" "b\xE2\x82"), u"a\uFFFDb\uFFFD");
+    EXPECT_EQ(from16(932, u"a\U0001F600b"), "a??b"); // one default per unit
+    EXPECT_EQ(from16(1252, u"\U0001F600"), "??");
+    EXPECT_EQ(from16(65001, u"a\xD800"
+                            u"b"),
+              "a\xEF\xBF\xBD"
+              "b");
+    EXPECT_EQ(to16(65001, "a\xFF"
+                          "b\xE2\x82"),
+              u"a\uFFFDb\uFFFD");
+    // A lead byte takes its bad trail byte with it; one alone at the end too.
+    EXPECT_EQ(to16(932, "\x82\x20z\x82"), u"\u30FBz\u30FB");
+    EXPECT_EQ(to16(936, "\x81\x20z"), u"?z");
+    EXPECT_EQ(to16(20127, "a\xE9"), u"ai"); // the top bit cleared
 }
 
 TEST(CodePages, RoomTooSmallGivesZero) {
@@ -153,8 +166,8 @@ TEST(SystemMessages, EnglishOrSwedishByTheUsersLanguage) {
     lang.set("sv");
     EXPECT_TRUE(plat_user_language_swedish());
     EXPECT_EQ(plat_system_message(5), u"\u00C5tkomst nekad.\r\n");
-    for (uint32_t e : {2u, 3u, 4u, 6u, 14u, 19u, 29u, 30u, 31u, 32u, 38u, 80u, 87u, 112u, 131u,
-                       206u, 1113u}) {
+    for (uint32_t e :
+         {2u, 3u, 4u, 6u, 14u, 19u, 29u, 30u, 31u, 32u, 38u, 80u, 87u, 112u, 131u, 206u, 1113u}) {
         std::u16string text = plat_system_message(e);
         EXPECT_EQ(text.substr(text.size() - 2), u"\r\n") << e;
     }
@@ -180,4 +193,6 @@ TEST(Clock, TextHasTheCLibraryForm) {
     EXPECT_GT(time_now(), 1600000000);
 }
 
-TEST(HostVersion, NoneWithoutTheProgramsVersion) { EXPECT_EQ(host_version(), 0u); }
+TEST(HostVersion, NoneWithoutTheProgramsVersion) {
+    EXPECT_EQ(host_version(), 0u);
+}

@@ -35,17 +35,17 @@ TEST(Utf8Prefix, IllFormedSequencesEndThePrefix) {
         const char* bytes;
         size_t valid;
     } cases[] = {
-        {"ab\x80z", 2},             // lone continuation byte
-        {"x\xC0\xAF", 1},           // overlong lead C0
-        {"x\xC1\xBF", 1},           // overlong lead C1
-        {"x\xE0\x9F\x80", 1},       // E0 needs A0 or more
-        {"x\xED\xA0\x80", 1},       // surrogate
-        {"x\xF0\x8F\xBF\xBF", 1},   // F0 needs 90 or more
-        {"x\xF4\x90\x80\x80", 1},   // beyond U+10FFFF
-        {"x\xF5\x80\x80\x80", 1},   // lead above F4
+        {"ab\x80z", 2},               // lone continuation byte
+        {"x\xC0\xAF", 1},             // overlong lead C0
+        {"x\xC1\xBF", 1},             // overlong lead C1
+        {"x\xE0\x9F\x80", 1},         // E0 needs A0 or more
+        {"x\xED\xA0\x80", 1},         // surrogate
+        {"x\xF0\x8F\xBF\xBF", 1},     // F0 needs 90 or more
+        {"x\xF4\x90\x80\x80", 1},     // beyond U+10FFFF
+        {"x\xF5\x80\x80\x80", 1},     // lead above F4
         {"x\xF8\x88\x80\x80\x80", 1}, // five-byte form
-        {"x\xE2\x28\xA1", 1},       // bad second byte
-        {"x\xE2\x82\x28", 1},       // bad third byte
+        {"x\xE2\x28\xA1", 1},         // bad second byte
+        {"x\xE2\x82\x28", 1},         // bad third byte
     };
     for (const Case& c : cases) EXPECT_EQ(prefix(c.bytes), c.valid) << c.bytes;
 }
