@@ -1,10 +1,12 @@
 // UTF-8 well-formedness and conversion, number texts and string copies.
+#include "diag/report.h"
 #include "support/memory.h"
 #include "support/text.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdint>
 #include <string>
 
 using namespace tarn;
@@ -109,3 +111,22 @@ TEST(Strings, CopyWithRoomInFront) {
     mem_free(block);
     mem_free(nullptr);
 }
+
+// AddressSanitizer stops the process on an impossible request instead of
+// returning null, so the failure path is only exercised without it.
+#if defined(__SANITIZE_ADDRESS__)
+#define TARN_NO_HUGE_ALLOCATION 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TARN_NO_HUGE_ALLOCATION 1
+#endif
+#endif
+
+#ifndef TARN_NO_HUGE_ALLOCATION
+TEST(Memory, FailedAllocationIsFatal) {
+    EXPECT_THROW(mem_alloc(SIZE_MAX - 64), FatalUnwind);
+    void* block = mem_alloc(8);
+    EXPECT_THROW(mem_realloc(block, SIZE_MAX - 64), FatalUnwind);
+    mem_free(block); // still the caller's after a failed resize
+}
+#endif
