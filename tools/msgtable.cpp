@@ -43,7 +43,7 @@ size_t units(const char16_t* s) {
 }
 
 void put_entry(Out& out, const char16_t* text) {
-    size_t n = units(text) + 1;               // with its zero unit
+    size_t n = units(text) + 1; // with its zero unit
     uint16_t length = uint16_t((4 + 2 * n + 3) / 4 * 4);
     out.u16(length);
     out.u16(ENTRY_UNICODE);
@@ -57,8 +57,10 @@ std::vector<uint8_t> message_table(bool swedish) {
     // Runs of consecutive numbers become blocks.
     std::vector<std::pair<uint32_t, uint32_t>> blocks; // first and last index
     for (uint32_t i = 0; i < count; i++) {
-        if (i && entries[i].number == entries[i - 1].number + 1) blocks.back().second = i;
-        else blocks.push_back({i, i});
+        if (i && entries[i].number == entries[i - 1].number + 1)
+            blocks.back().second = i;
+        else
+            blocks.push_back({i, i});
     }
     Out out;
     out.u32(uint32_t(blocks.size()));
@@ -70,7 +72,8 @@ std::vector<uint8_t> message_table(bool swedish) {
     for (size_t k = 0; k < blocks.size(); k++) {
         out.set_u32(4 + 12 * k + 8, uint32_t(out.bytes.size()));
         for (uint32_t i = blocks[k].first; i <= blocks[k].second; i++) {
-            const char16_t* text = swedish && entries[i].swedish ? entries[i].swedish : entries[i].english;
+            const char16_t* text =
+                swedish && entries[i].swedish ? entries[i].swedish : entries[i].english;
             put_entry(out, text);
         }
     }

@@ -225,17 +225,17 @@ std::vector<uint8_t> coff_object(const Section& s) {
         o.u16(REL_AMD64_ADDR32NB);
     }
     for (char c : std::string(".rsrc\0\0\0", 8)) o.u8(uint8_t(c));
-    o.u32(0);  // value
-    o.u16(1);  // section number
-    o.u16(0);  // type
+    o.u32(0); // value
+    o.u16(1); // section number
+    o.u16(0); // type
     o.u8(SYM_CLASS_STATIC);
-    o.u8(1);   // one auxiliary record: the section's definition
+    o.u8(1); // one auxiliary record: the section's definition
     o.u32(s.out.size());
     o.u16(uint32_t(s.relocations.size()));
-    o.u16(0);  // line numbers
-    o.u32(0);  // check sum
-    o.u16(0);  // number
-    o.u8(0);   // selection
+    o.u16(0); // line numbers
+    o.u32(0); // check sum
+    o.u16(0); // number
+    o.u8(0);  // selection
     o.u8(0);
     o.u16(0);
     o.u32(4); // an empty string table
@@ -246,7 +246,8 @@ bool read_file(const char* path, std::vector<uint8_t>& bytes) {
     std::FILE* f = std::fopen(path, "rb");
     if (!f) return false;
     uint8_t buffer[4096];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, f)) bytes.insert(bytes.end(), buffer, buffer + n);
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, f))
+        bytes.insert(bytes.end(), buffer, buffer + n);
     bool ok = !std::ferror(f);
     std::fclose(f);
     return ok;
