@@ -49,19 +49,22 @@ ResFile malformed(std::string why, uint64_t offset) {
     return r;
 }
 
-std::string hex(uint64_t v, int digits) {
+// Upper-case hexadecimal digits, at least `digits` of them, no prefix.
+std::string hex_digits(uint64_t v, int digits) {
     char buffer[24];
-    std::snprintf(buffer, sizeof buffer, "0x%0*llX", digits, static_cast<unsigned long long>(v));
+    std::snprintf(buffer, sizeof buffer, "%0*llX", digits, static_cast<unsigned long long>(v));
     return buffer;
 }
+
+std::string hex(uint64_t v, int digits) { return cat({"0x", hex_digits(v, digits)}); }
 
 // Reads a name or ordinal at *at, which must end by `limit`; returns an
 // empty text on success, else what is wrong.
 std::string read_name(const Reader& r, uint64_t* at, uint64_t limit, ResName* out,
                       const char* what) {
-    if (*at + 2 > limit) return std::string(what) + " runs past the end of its header";
+    if (*at + 2 > limit) return cat({what, " runs past the end of its header"});
     if (r.u16(*at) == ORDINAL_MARK) {
-        if (*at + 4 > limit) return std::string(what) + " ordinal runs past the end of its header";
+        if (*at + 4 > limit) return cat({what, " ordinal runs past the end of its header"});
         out->is_ordinal = true;
         out->ordinal = r.u16(*at + 2);
         *at += 4;
@@ -75,7 +78,7 @@ std::string read_name(const Reader& r, uint64_t* at, uint64_t limit, ResName* ou
         }
         out->text += char16_t(unit);
     }
-    return std::string(what) + " name has no terminator within its header";
+    return cat({what, " name has no terminator within its header"});
 }
 
 // Parses the entry at `at`; on success fills `e` and returns an empty text.
@@ -87,9 +90,10 @@ std::string parse_entry(const Reader& r, uint64_t at, ResEntry* e, uint64_t* fau
     e->data_size = r.u32(at);
     e->header_size = r.u32(at + 4);
     *fault = at + 4;
-    if (e->header_size % 4) return "header size " + hex(e->header_size, 0) + " is not a multiple of 4";
+    std::string header_size = cat({"header size ", hex(e->header_size, 0)});
+    if (e->header_size % 4) return cat({header_size, " is not a multiple of 4"});
     uint64_t header_end = at + e->header_size;
-    if (header_end > size) return "header size " + hex(e->header_size, 0) + " runs past the end of the file";
+    if (header_end > size) return cat({header_size, " runs past the end of the file"});
     uint64_t cursor = at + 8;
     *fault = cursor;
     if (std::string why = read_name(r, &cursor, header_end, &e->type, "type"); !why.empty()) return why;
@@ -98,8 +102,7 @@ std::string parse_entry(const Reader& r, uint64_t at, ResEntry* e, uint64_t* fau
     uint64_t expected = align4(cursor - at) + ATTRIBUTES_SIZE;
     *fault = at + 4;
     if (e->header_size != expected)
-        return "header size " + hex(e->header_size, 0) + " does not match its fields (" +
-               hex(expected, 0) + ")";
+        return cat({header_size, " does not match its fields (", hex(expected, 0), ")"});
     uint64_t attributes = at + align4(cursor - at);
     e->data_version = r.u32(attributes);
     e->memory_flags = r.u16(attributes + 4);
@@ -109,7 +112,7 @@ std::string parse_entry(const Reader& r, uint64_t at, ResEntry* e, uint64_t* fau
     e->data_offset = header_end;
     *fault = at;
     if (e->data_size > size - header_end)
-        return "data size " + hex(e->data_size, 0) + " runs past the end of the file";
+        return cat({"data size ", hex(e->data_size, 0), " runs past the end of the file"});
     *fault = header_end + e->data_size;
     if (align4(header_end + e->data_size) > size) return "file ends inside the padding after the data";
     return {};
@@ -120,22 +123,23 @@ std::string quoted(std::u16string_view text) {
     for (char c : to_utf8(text)) {
         if (c == '"' || c == '\\') out += '\\';
         if (static_cast<unsigned char>(c) < 0x20) {
-            out += "\\x" + hex(static_cast<unsigned char>(c), 2).substr(2);
+            out += cat({"\\x", hex_digits(static_cast<unsigned char>(c), 2)});
             continue;
         }
         out += c;
     }
-    return out + "\"";
+    out += '"';
+    return out;
 }
 
 void append_entry(std::string& out, size_t index, const ResEntry& e) {
-    out += "#" + std::to_string(index) + "  type=" + type_text(e.type) + "  name=" +
-           name_text(e.name) + "  language=" + hex(e.language, 4) + "  flags=" +
-           hex(e.memory_flags, 4);
-    if (e.data_version) out += "  data-version=" + hex(e.data_version, 8);
-    if (e.characteristics) out += "  characteristics=" + hex(e.characteristics, 8);
-    if (e.version) out += "  version=" + hex(e.version, 8);
-    out += "  size=" + std::to_string(e.data_size) + "\n";
+    out += cat({"#", std::to_string(index), "  type=", type_text(e.type), "  name=",
+                name_text(e.name), "  language=", hex(e.language, 4), "  flags=",
+                hex(e.memory_flags, 4)});
+    if (e.data_version) out += cat({"  data-version=", hex(e.data_version, 8)});
+    if (e.characteristics) out += cat({"  characteristics=", hex(e.characteristics, 8)});
+    if (e.version) out += cat({"  version=", hex(e.version, 8)});
+    out += cat({"  size=", std::to_string(e.data_size), "\n"});
 }
 
 } // namespace
@@ -163,7 +167,7 @@ ResFile parse_res(std::span<const uint8_t> bytes) {
 std::string type_text(const ResName& type) {
     if (!type.is_ordinal) return quoted(type.text);
     for (const auto& t : STANDARD_TYPES)
-        if (t.ordinal == type.ordinal) return std::string(t.name) + "(" + std::to_string(t.ordinal) + ")";
+        if (t.ordinal == type.ordinal) return cat({t.name, "(", std::to_string(t.ordinal), ")"});
     return std::to_string(type.ordinal);
 }
 
@@ -175,17 +179,17 @@ std::string hex_dump(std::span<const uint8_t> data) {
     std::string out;
     for (size_t row = 0; row < data.size(); row += HEX_ROW) {
         std::string ascii;
-        out += "    " + hex(row, 8).substr(2) + " ";
+        out += cat({"    ", hex_digits(row, 8), " "});
         for (size_t k = row; k < row + HEX_ROW; ++k) {
             if (k == row + HEX_ROW / 2) out += " ";
             if (k >= data.size()) {
                 out += "   ";
                 continue;
             }
-            out += " " + hex(data[k], 2).substr(2);
+            out += cat({" ", hex_digits(data[k], 2)});
             ascii += data[k] >= 0x20 && data[k] < 0x7F ? char(data[k]) : '.';
         }
-        out += "  |" + ascii + "|\n";
+        out += cat({"  |", ascii, "|\n"});
     }
     return out;
 }

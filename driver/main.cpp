@@ -89,7 +89,7 @@ int dump(const Options& o) {
     std::error_code ec;
     std::ifstream in(std::filesystem::path(o.input), std::ios::binary);
     if (!in || !std::filesystem::is_regular_file(std::filesystem::path(o.input), ec)) {
-        print(Stream::err, from_utf8("tarn: " + name + ": cannot read the file"));
+        print(Stream::err, from_utf8(cat({"tarn: ", name, ": cannot read the file"})));
         return EXIT_FAILED;
     }
     std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(in), {});
@@ -97,11 +97,13 @@ int dump(const Options& o) {
     if (!res.ok) {
         char offset[32];
         std::snprintf(offset, sizeof offset, "0x%llX", static_cast<unsigned long long>(res.error_offset));
-        print(Stream::err, from_utf8("tarn: " + name + ": malformed resource file: " + res.why +
-                                     " at offset " + offset));
+        print(Stream::err, from_utf8(cat({"tarn: ", name, ": malformed resource file: ", res.why,
+                                          " at offset ", offset})));
         return EXIT_FAILED;
     }
-    console_write(Stream::out, from_utf8(format_listing(res, bytes, o.dump_hex)));
+    size_t n = res.entries.size();
+    std::string title = cat({name, ": ", std::to_string(n), n == 1 ? " resource\n" : " resources\n"});
+    console_write(Stream::out, from_utf8(title + format_listing(res, bytes, o.dump_hex)));
     return EXIT_OK;
 }
 

@@ -19,12 +19,15 @@ std::u16string make_escape(std::u16string_view path) {
 
 std::u16string make_rule(std::u16string_view output, std::u16string_view input,
                          const std::vector<std::u16string>& dependencies) {
-    std::u16string rule = make_escape(output) + u": " + make_escape(input);
+    std::u16string rule = make_escape(output);
+    rule += u": ";
+    rule += make_escape(input);
     std::vector<std::u16string_view> seen{input};
     for (const std::u16string& d : dependencies) {
         if (std::find(seen.begin(), seen.end(), d) != seen.end()) continue;
         seen.push_back(d);
-        rule += u" " + make_escape(d);
+        rule += u' ';
+        rule += make_escape(d);
     }
     return rule;
 }

@@ -81,4 +81,10 @@ std::u16string from_utf8(std::string_view text) {
     return out;
 }
 
+std::string cat(std::initializer_list<std::string_view> parts) {
+    std::string out;
+    for (std::string_view p : parts) out += p;
+    return out;
+}
+
 } // namespace tarn_driver
