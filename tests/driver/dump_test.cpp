@@ -27,7 +27,8 @@ Bytes file_of(std::initializer_list<Bytes> parts) {
 }
 
 void put_u32(Bytes& b, size_t at, uint32_t v) {
-    for (int k = 0; k < 4; ++k) b[at + k] = uint8_t(v >> (8 * k));
+    ASSERT_LE(at + 4, b.size());
+    for (int k = 0; k < 4; ++k) b.at(at + k) = uint8_t(v >> (8 * k));
 }
 
 // Expects a malformed file whose reason contains `why`, at `offset`.
