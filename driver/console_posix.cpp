@@ -47,9 +47,13 @@ bool user_language_swedish() {
                              std::getenv("LANG"));
 }
 
-uint32_t default_code_page() { return POSIX_ANSI_CODE_PAGE; }
+uint32_t default_code_page() {
+    return POSIX_ANSI_CODE_PAGE;
+}
 
-std::optional<std::u16string> library_message(uint32_t) { return std::nullopt; }
+std::optional<std::u16string> library_message(uint32_t) {
+    return std::nullopt;
+}
 
 void catch_interrupt(void (*on_interrupt)()) {
     interrupt_callback = on_interrupt;
@@ -60,6 +64,8 @@ void catch_interrupt(void (*on_interrupt)()) {
     sigaction(SIGINT, &action, nullptr);
 }
 
-bool slash_starts_option() { return false; }
+bool slash_starts_option() {
+    return false;
+}
 
 } // namespace tarn_driver

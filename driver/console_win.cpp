@@ -18,8 +18,12 @@ constexpr DWORD CONSOLE_CHUNK = 8192; // units per WriteConsoleW call
 void (*interrupt_callback)() = nullptr;
 std::atomic<bool> interrupted{false};
 
-const wchar_t* wide(const char16_t* s) { return reinterpret_cast<const wchar_t*>(s); }
-const char16_t* narrow(const wchar_t* s) { return reinterpret_cast<const char16_t*>(s); }
+const wchar_t* wide(const char16_t* s) {
+    return reinterpret_cast<const wchar_t*>(s);
+}
+const char16_t* narrow(const wchar_t* s) {
+    return reinterpret_cast<const char16_t*>(s);
+}
 
 BOOL WINAPI on_ctrl(DWORD event) {
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) return FALSE;
@@ -49,8 +53,8 @@ void write_encoded(HANDLE h, std::u16string_view text) {
                                 nullptr, nullptr);
     if (n <= 0) return;
     std::string bytes(size_t(n), '\0');
-    WideCharToMultiByte(code_page, 0, wide(text.data()), int(text.size()), bytes.data(), n,
-                        nullptr, nullptr);
+    WideCharToMultiByte(code_page, 0, wide(text.data()), int(text.size()), bytes.data(), n, nullptr,
+                        nullptr);
     DWORD written = 0;
     WriteFile(h, bytes.data(), DWORD(bytes.size()), &written, nullptr);
 }
@@ -76,15 +80,19 @@ void console_write(Stream stream, std::u16string_view text) {
     }
     HANDLE h = GetStdHandle(stream == Stream::out ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
     if (h == nullptr || h == INVALID_HANDLE_VALUE) return;
-    if (is_console(h)) write_console(h, crlf);
-    else write_encoded(h, crlf);
+    if (is_console(h))
+        write_console(h, crlf);
+    else
+        write_encoded(h, crlf);
 }
 
 bool user_language_swedish() {
     return PRIMARYLANGID(GetUserDefaultUILanguage()) == LANG_PRIMARY_SWEDISH;
 }
 
-uint32_t default_code_page() { return GetACP(); }
+uint32_t default_code_page() {
+    return GetACP();
+}
 
 // Raw text: the inserts are left for the driver's own formatter.
 std::optional<std::u16string> library_message(uint32_t id) {
@@ -93,7 +101,8 @@ std::optional<std::u16string> library_message(uint32_t id) {
     wchar_t* buffer = nullptr;
     DWORD flags = FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ALLOCATE_BUFFER |
                   FORMAT_MESSAGE_IGNORE_INSERTS;
-    DWORD n = FormatMessageW(flags, library, id, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+    DWORD n =
+        FormatMessageW(flags, library, id, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (n == 0 || !buffer) return std::nullopt;
     std::u16string text(narrow(buffer), n);
     LocalFree(buffer);
@@ -105,6 +114,8 @@ void catch_interrupt(void (*on_interrupt)()) {
     SetConsoleCtrlHandler(on_ctrl, TRUE);
 }
 
-bool slash_starts_option() { return true; }
+bool slash_starts_option() {
+    return true;
+}
 
 } // namespace tarn_driver

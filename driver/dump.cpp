@@ -25,15 +25,17 @@ const struct {
     uint16_t ordinal;
     const char* name;
 } STANDARD_TYPES[] = {
-    {1, "RT_CURSOR"},         {2, "RT_BITMAP"},       {3, "RT_ICON"},       {4, "RT_MENU"},
-    {5, "RT_DIALOG"},         {6, "RT_STRING"},       {7, "RT_FONTDIR"},    {8, "RT_FONT"},
-    {9, "RT_ACCELERATOR"},    {10, "RT_RCDATA"},      {11, "RT_MESSAGETABLE"},
-    {12, "RT_GROUP_CURSOR"},  {14, "RT_GROUP_ICON"},  {16, "RT_VERSION"},   {17, "RT_DLGINCLUDE"},
-    {19, "RT_PLUGPLAY"},      {20, "RT_VXD"},         {21, "RT_ANICURSOR"}, {22, "RT_ANIICON"},
-    {23, "RT_HTML"},          {24, "RT_MANIFEST"},
+    {1, "RT_CURSOR"},      {2, "RT_BITMAP"},     {3, "RT_ICON"},          {4, "RT_MENU"},
+    {5, "RT_DIALOG"},      {6, "RT_STRING"},     {7, "RT_FONTDIR"},       {8, "RT_FONT"},
+    {9, "RT_ACCELERATOR"}, {10, "RT_RCDATA"},    {11, "RT_MESSAGETABLE"}, {12, "RT_GROUP_CURSOR"},
+    {14, "RT_GROUP_ICON"}, {16, "RT_VERSION"},   {17, "RT_DLGINCLUDE"},   {19, "RT_PLUGPLAY"},
+    {20, "RT_VXD"},        {21, "RT_ANICURSOR"}, {22, "RT_ANIICON"},      {23, "RT_HTML"},
+    {24, "RT_MANIFEST"},
 };
 
-uint64_t align4(uint64_t v) { return (v + 3) & ~uint64_t(3); }
+uint64_t align4(uint64_t v) {
+    return (v + 3) & ~uint64_t(3);
+}
 
 struct Reader {
     std::span<const uint8_t> bytes;
@@ -56,7 +58,9 @@ std::string hex_digits(uint64_t v, int digits) {
     return buffer;
 }
 
-std::string hex(uint64_t v, int digits) { return cat({"0x", hex_digits(v, digits)}); }
+std::string hex(uint64_t v, int digits) {
+    return cat({"0x", hex_digits(v, digits)});
+}
 
 // Reads a name or ordinal at *at, which must end by `limit`; returns an
 // empty text on success, else what is wrong.
@@ -96,9 +100,11 @@ std::string parse_entry(const Reader& r, uint64_t at, ResEntry* e, uint64_t* fau
     if (header_end > size) return cat({header_size, " runs past the end of the file"});
     uint64_t cursor = at + 8;
     *fault = cursor;
-    if (std::string why = read_name(r, &cursor, header_end, &e->type, "type"); !why.empty()) return why;
+    if (std::string why = read_name(r, &cursor, header_end, &e->type, "type"); !why.empty())
+        return why;
     *fault = cursor;
-    if (std::string why = read_name(r, &cursor, header_end, &e->name, "name"); !why.empty()) return why;
+    if (std::string why = read_name(r, &cursor, header_end, &e->name, "name"); !why.empty())
+        return why;
     uint64_t expected = align4(cursor - at) + ATTRIBUTES_SIZE;
     *fault = at + 4;
     if (e->header_size != expected)
@@ -114,7 +120,8 @@ std::string parse_entry(const Reader& r, uint64_t at, ResEntry* e, uint64_t* fau
     if (e->data_size > size - header_end)
         return cat({"data size ", hex(e->data_size, 0), " runs past the end of the file"});
     *fault = header_end + e->data_size;
-    if (align4(header_end + e->data_size) > size) return "file ends inside the padding after the data";
+    if (align4(header_end + e->data_size) > size)
+        return "file ends inside the padding after the data";
     return {};
 }
 
@@ -133,9 +140,9 @@ std::string quoted(std::u16string_view text) {
 }
 
 void append_entry(std::string& out, size_t index, const ResEntry& e) {
-    out += cat({"#", std::to_string(index), "  type=", type_text(e.type), "  name=",
-                name_text(e.name), "  language=", hex(e.language, 4), "  flags=",
-                hex(e.memory_flags, 4)});
+    out +=
+        cat({"#", std::to_string(index), "  type=", type_text(e.type), "  name=", name_text(e.name),
+             "  language=", hex(e.language, 4), "  flags=", hex(e.memory_flags, 4)});
     if (e.data_version) out += cat({"  data-version=", hex(e.data_version, 8)});
     if (e.characteristics) out += cat({"  characteristics=", hex(e.characteristics, 8)});
     if (e.version) out += cat({"  version=", hex(e.version, 8)});

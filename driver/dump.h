@@ -32,8 +32,8 @@ struct ResEntry {
 
 struct ResFile {
     bool ok = false;
-    std::string why;         // when not ok: what is wrong
-    uint64_t error_offset = 0; // and where
+    std::string why;               // when not ok: what is wrong
+    uint64_t error_offset = 0;     // and where
     std::vector<ResEntry> entries; // the resources, without the leading empty entry
 };
 

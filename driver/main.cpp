@@ -51,7 +51,9 @@ void on_error(int32_t, const char16_t* file, uint32_t line, const char16_t* text
     print(Stream::err, diagnostic_line(file, line, text));
 }
 
-void on_info(const char16_t* text) { print(Stream::out, as_lines(text)); }
+void on_info(const char16_t* text) {
+    print(Stream::out, as_lines(text));
+}
 
 void print_banner() {
     print(Stream::out, message(MSG_BANNER));
@@ -64,10 +66,14 @@ void print_usage() {
     print(Stream::out, message(MSG_USAGE_SYNTAX, {u"tarn", u".rc"}));
     print(Stream::out, message(MSG_USAGE_OPTIONS));
     for (uint32_t n = MSG_OPTION_FIRST; n <= MSG_OPTION_LAST; ++n) {
-        if (n == MSG_OPTION_C) print(Stream::out, message(n, {default_code_page()}));
-        else if (n == MSG_OPTION_FO || n == MSG_OPTION_R) print(Stream::out, message(n, {u".res"}));
-        else if (n == MSG_OPTION_L) print(Stream::out, message(n, {DEFAULT_LANGUAGE}));
-        else print(Stream::out, message(n));
+        if (n == MSG_OPTION_C)
+            print(Stream::out, message(n, {default_code_page()}));
+        else if (n == MSG_OPTION_FO || n == MSG_OPTION_R)
+            print(Stream::out, message(n, {u".res"}));
+        else if (n == MSG_OPTION_L)
+            print(Stream::out, message(n, {DEFAULT_LANGUAGE}));
+        else
+            print(Stream::out, message(n));
     }
 }
 
@@ -96,13 +102,15 @@ int dump(const Options& o) {
     ResFile res = parse_res(bytes);
     if (!res.ok) {
         char offset[32];
-        std::snprintf(offset, sizeof offset, "0x%llX", static_cast<unsigned long long>(res.error_offset));
+        std::snprintf(offset, sizeof offset, "0x%llX",
+                      static_cast<unsigned long long>(res.error_offset));
         print(Stream::err, from_utf8(cat({"tarn: ", name, ": malformed resource file: ", res.why,
                                           " at offset ", offset})));
         return EXIT_FAILED;
     }
     size_t n = res.entries.size();
-    std::string title = cat({name, ": ", std::to_string(n), n == 1 ? " resource\n" : " resources\n"});
+    std::string title =
+        cat({name, ": ", std::to_string(n), n == 1 ? " resource\n" : " resources\n"});
     console_write(Stream::out, from_utf8(title + format_listing(res, bytes, o.dump_hex)));
     return EXIT_OK;
 }
@@ -120,8 +128,10 @@ bool configure(const Options& o) {
     if (o.no_standard_includes) delete_standard_include_paths();
     for (const std::u16string& path : o.include_paths) add_include_path_w(path.c_str());
     for (const SymbolAction& s : o.symbols) {
-        if (s.define) define_symbol_w(s.text.c_str());
-        else undefine_symbol_w(s.text.c_str());
+        if (s.define)
+            define_symbol_w(s.text.c_str());
+        else
+            undefine_symbol_w(s.text.c_str());
     }
     return true;
 }
@@ -149,9 +159,12 @@ int compile(const Options& o) {
     if (!configure(o)) return EXIT_USAGE;
     catch_interrupt(on_interrupt);
     int32_t ok = 0;
-    if (o.preprocess_only) ok = preprocess_script_w(o.input.c_str());
-    else if (o.make_rule) ok = compile_script_w(o.input.c_str(), nullptr); // rule only, no .res
-    else ok = compile_script_w(o.input.c_str(), o.output.c_str());
+    if (o.preprocess_only)
+        ok = preprocess_script_w(o.input.c_str());
+    else if (o.make_rule)
+        ok = compile_script_w(o.input.c_str(), nullptr); // rule only, no .res
+    else
+        ok = compile_script_w(o.input.c_str(), o.output.c_str());
     if (!ok) {
         if (abort_requested.load()) print(Stream::err, message(MSG_ABORTED, {o.input}));
         return EXIT_FAILED;
@@ -165,11 +178,18 @@ int compile(const Options& o) {
 int main(int argc, char** argv) {
     Options o = parse_options(command_line(argc, argv), slash_starts_option());
     switch (o.action) {
-    case Action::help: print_usage(); return EXIT_OK;
-    case Action::version: print_banner(); return EXIT_OK;
-    case Action::usage_error: return usage_error(o);
-    case Action::dump: return dump(o);
-    case Action::compile: return compile(o);
+    case Action::help:
+        print_usage();
+        return EXIT_OK;
+    case Action::version:
+        print_banner();
+        return EXIT_OK;
+    case Action::usage_error:
+        return usage_error(o);
+    case Action::dump:
+        return dump(o);
+    case Action::compile:
+        return compile(o);
     }
     return EXIT_USAGE;
 }

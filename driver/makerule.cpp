@@ -9,10 +9,14 @@ std::u16string make_escape(std::u16string_view path) {
     std::u16string out;
     out.reserve(path.size());
     for (char16_t c : path) {
-        if (c == u' ') out += u"\\ ";
-        else if (c == u'$') out += u"$$";
-        else if (c == u'#') out += u"\\#";
-        else out += c;
+        if (c == u' ')
+            out += u"\\ ";
+        else if (c == u'$')
+            out += u"$$";
+        else if (c == u'#')
+            out += u"\\#";
+        else
+            out += c;
     }
     return out;
 }

@@ -9,7 +9,9 @@ namespace tarn_driver {
 
 namespace {
 
-bool non_empty(const char* s) { return s && *s; }
+bool non_empty(const char* s) {
+    return s && *s;
+}
 
 // The table's text: the library's own table first, so that a localised
 // library speaks for the driver too; else the built-in copy.
@@ -34,8 +36,10 @@ tarn::Language driver_language() {
 }
 
 std::u16string as_lines(std::u16string_view text) {
-    if (text.ends_with(u"\r\n")) text.remove_suffix(2);
-    else if (text.ends_with(u"\n")) text.remove_suffix(1);
+    if (text.ends_with(u"\r\n"))
+        text.remove_suffix(2);
+    else if (text.ends_with(u"\n"))
+        text.remove_suffix(1);
     std::u16string out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i)

@@ -34,7 +34,10 @@ void set_language(Options& o, std::u16string_view v) {
 
 const OptionSpec OPTIONS[] = {
     {u"C", true, set_code_page},
-    {u"D", true, [](Options& o, std::u16string_view v) { o.symbols.push_back({true, std::u16string(v)}); }},
+    {u"D", true,
+     [](Options& o, std::u16string_view v) {
+         o.symbols.push_back({true, std::u16string(v)});
+     }},
     {u"E", false, [](Options& o, std::u16string_view) { o.preprocess_only = true; }},
     {u"FO", true, [](Options& o, std::u16string_view v) { o.output = v; }},
     {u"I", true, [](Options& o, std::u16string_view v) { o.include_paths.emplace_back(v); }},
@@ -42,7 +45,10 @@ const OptionSpec OPTIONS[] = {
     {u"M", false, [](Options& o, std::u16string_view) { o.make_rule = true; }},
     {u"N", false, [](Options& o, std::u16string_view) { o.null_append = true; }},
     {u"R", false, [](Options&, std::u16string_view) {}}, // a .res is what we always make
-    {u"U", true, [](Options& o, std::u16string_view v) { o.symbols.push_back({false, std::u16string(v)}); }},
+    {u"U", true,
+     [](Options& o, std::u16string_view v) {
+         o.symbols.push_back({false, std::u16string(v)});
+     }},
     {u"V", false, [](Options& o, std::u16string_view) { o.verbose = true; }},
     {u"X", false, [](Options& o, std::u16string_view) { o.no_standard_includes = true; }},
 };
@@ -55,10 +61,13 @@ const struct {
     {u"help", [](Options& o, std::u16string_view) { o.action = Action::help; }},
     {u"version", [](Options& o, std::u16string_view) { o.action = Action::version; }},
     {u"dump", [](Options& o, std::u16string_view) { o.action = Action::dump; }},
-    {u"dump-hex", [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
+    {u"dump-hex",
+     [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
 };
 
-char16_t upper(char16_t c) { return c >= u'a' && c <= u'z' ? char16_t(c - u'a' + u'A') : c; }
+char16_t upper(char16_t c) {
+    return c >= u'a' && c <= u'z' ? char16_t(c - u'a' + u'A') : c;
+}
 
 bool starts_with_letters(std::u16string_view text, std::u16string_view letters) {
     if (text.size() < letters.size()) return false;
@@ -125,7 +134,9 @@ void finish(Options& o) {
     if (o.output.empty()) o.output = with_extension(o.input, u".res");
 }
 
-bool is_separator(char16_t c) { return c == u'/' || c == u'\\'; }
+bool is_separator(char16_t c) {
+    return c == u'/' || c == u'\\';
+}
 
 } // namespace
 
@@ -187,8 +198,8 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
     for (size_t i = 0; i < args.size(); ++i) {
         const std::u16string& a = args[i];
         bool option = a.size() > 1 && (a[0] == u'-' || (slash_options && a[0] == u'/'));
-        bool go_on = option ? take_option(o, std::u16string_view(a).substr(1), args, &i)
-                            : set_input(o, a);
+        bool go_on =
+            option ? take_option(o, std::u16string_view(a).substr(1), args, &i) : set_input(o, a);
         if (!go_on) return o;
     }
     finish(o);

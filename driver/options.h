@@ -26,15 +26,20 @@ struct Options {
     uint16_t language = 0;
     std::vector<SymbolAction> symbols;
     std::vector<std::u16string> include_paths;
-    bool preprocess_only = false; // -E
-    bool make_rule = false;       // -M
-    bool null_append = false;     // -N
-    bool verbose = false;         // -V
+    bool preprocess_only = false;      // -E
+    bool make_rule = false;            // -M
+    bool null_append = false;          // -N
+    bool verbose = false;              // -V
     bool no_standard_includes = false; // -X
-    bool dump_hex = false;        // --dump-hex
+    bool dump_hex = false;             // --dump-hex
 
     // For Action::usage_error, what to report (none: print the usage).
-    enum class Problem { none, unknown_option, bad_language, bad_code_page } problem = Problem::none;
+    enum class Problem {
+        none,
+        unknown_option,
+        bad_language,
+        bad_code_page
+    } problem = Problem::none;
     std::u16string offending; // the option as typed, without its "-" or "/"
     uint32_t bad_value = 0;   // the insert of the language or code-page message
 };

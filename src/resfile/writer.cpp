@@ -37,7 +37,9 @@ NameOrOrdinal make_ordinal(uint16_t ordinal) {
     return NameOrOrdinal{std::u16string{char16_t(ORDINAL_MARK), char16_t(ordinal)}};
 }
 
-NameOrOrdinal make_name(std::u16string_view name) { return NameOrOrdinal{std::u16string(name)}; }
+NameOrOrdinal make_name(std::u16string_view name) {
+    return NameOrOrdinal{std::u16string(name)};
+}
 
 NameOrOrdinal copy_name(const NameOrOrdinal& name) {
     if (is_ordinal(name)) return make_ordinal(ordinal_of(name));
@@ -55,7 +57,8 @@ uint32_t create_output(const char16_t* path) {
 uint32_t write_leading_entry() {
     // DataSize 0, HeaderSize 32, TYPE and NAME ordinal 0, zero attributes.
     static const uint8_t entry[LEADING_ENTRY_SIZE] = {
-        0x00, 0x00, 0x00, 0x00, 0x20, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0x00, 0x00, 0xFF, 0xFF, 0x00, 0x00,
+        0x00, 0x00, 0x00, 0x00, 0x20, 0x00, 0x00, 0x00,
+        0xFF, 0xFF, 0x00, 0x00, 0xFF, 0xFF, 0x00, 0x00,
     };
     return write_bytes(entry, sizeof entry);
 }

@@ -16,9 +16,9 @@ const Bytes LEADING = {0, 0, 0, 0, 0x20, 0, 0, 0, 0xFF, 0xFF, 0, 0, 0xFF, 0xFF, 
                        0, 0, 0, 0, 0,    0, 0, 0, 0,    0,    0, 0, 0,    0,    0, 0};
 
 // Entry of type "AB", name 1, language 0x0409 and 5 data bytes, padded.
-const Bytes ENTRY = {5,   0,    0, 0, 36, 0, 0, 0, 'A', 0, 'B', 0, 0, 0, 0xFF, 0xFF, 1, 0,
-                     0,   0,    0, 0, 0,  0, 0x30, 0x10, 0x09, 0x04, 0, 0, 0, 0, 0, 0, 0, 0,
-                     'h', 'e', 'l', 'l', 'o', 0, 0, 0};
+const Bytes ENTRY = {5,    0, 0, 0, 36, 0, 0,   0,   'A', 0,    'B',  0,    0,    0, 0xFF,
+                     0xFF, 1, 0, 0, 0,  0, 0,   0,   0,   0x30, 0x10, 0x09, 0x04, 0, 0,
+                     0,    0, 0, 0, 0,  0, 'h', 'e', 'l', 'l',  'o',  0,    0,    0};
 
 Bytes file_of(std::initializer_list<Bytes> parts) {
     Bytes out;

@@ -10,8 +10,12 @@ using Problem = Options::Problem;
 
 namespace {
 
-Options posix(const Args& args) { return parse_options(args, false); }
-Options windows(const Args& args) { return parse_options(args, true); }
+Options posix(const Args& args) {
+    return parse_options(args, false);
+}
+Options windows(const Args& args) {
+    return parse_options(args, true);
+}
 
 TEST(DriverOptions, ValuesAttachedOrNextAndLettersInAnyCase) {
     Options o = posix({u"-Iinc", u"-i", u"two", u"-fo", u"out.res", u"-DX=1", u"-u", u"Y",
@@ -74,10 +78,10 @@ TEST(DriverOptions, UnknownOptionsAreShownAsTyped) {
         std::u16string shown;
     } cases[] = {
         {{u"-Q", u"a.rc"}, u"Q"},
-        {{u"-Vx", u"a.rc"}, u"Vx"},   // a flag takes no value
-        {{u"-F", u"a.rc"}, u"F"},     // only "Fo" starts with F
+        {{u"-Vx", u"a.rc"}, u"Vx"}, // a flag takes no value
+        {{u"-F", u"a.rc"}, u"F"},   // only "Fo" starts with F
         {{u"--frobnicate"}, u"-frobnicate"},
-        {{u"a.rc", u"-I"}, u"I"},     // the value is missing
+        {{u"a.rc", u"-I"}, u"I"}, // the value is missing
     };
     for (const auto& c : cases) {
         Options o = posix(c.args);

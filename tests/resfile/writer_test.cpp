@@ -64,9 +64,8 @@ TEST_F(Writer, HeaderIsWrittenFieldByField) {
     a.language = 0x041D;
     a.version = 0x05060708;
     a.characteristics = 0x090A0B0C;
-    Bytes got = written([&] {
-        EXPECT_EQ(write_resource_header(5, a, make_name(u"AB"), make_ordinal(1)), 0u);
-    });
+    Bytes got = written(
+        [&] { EXPECT_EQ(write_resource_header(5, a, make_name(u"AB"), make_ordinal(1)), 0u); });
     const Bytes want = {
         0x05, 0x00, 0x00, 0x00, 0x24, 0x00, 0x00, 0x00, // DataSize 5, HeaderSize 36
         'A',  0x00, 'B',  0x00, 0x00, 0x00,             // TYPE "AB"
@@ -79,9 +78,8 @@ TEST_F(Writer, HeaderIsWrittenFieldByField) {
 }
 
 TEST_F(Writer, UnpaddedHeaderHasNoPadding) {
-    Bytes got = written([] {
-        EXPECT_EQ(write_resource_header(0, {}, make_name(u"ABC"), make_ordinal(2)), 0u);
-    });
+    Bytes got = written(
+        [] { EXPECT_EQ(write_resource_header(0, {}, make_name(u"ABC"), make_ordinal(2)), 0u); });
     ASSERT_EQ(got.size(), 36u);
     EXPECT_EQ(got[4], 36);
     EXPECT_EQ(Bytes(got.begin() + 8, got.begin() + 20),
