@@ -25,8 +25,12 @@ if(NOT (WIN32 AND TARN_OWN_RESOURCES))
   return()
 endif()
 
-include(ExternalProject)
+set(TARN_NATIVE_BUILD "" CACHE PATH
+    "A native build of tarn whose tarn and tools to use; one is made in native-tools/ if empty")
 set(native_dir ${CMAKE_BINARY_DIR}/native-tools)
+if(TARN_NATIVE_BUILD)
+  set(native_dir ${TARN_NATIVE_BUILD})
+endif()
 set(exe "")
 if(CMAKE_HOST_WIN32)
   set(exe .exe)
@@ -35,12 +39,19 @@ set(native_tarn ${native_dir}/tarn${exe})
 set(msgtable ${native_dir}/tarn-msgtable${exe})
 set(res2coff ${native_dir}/tarn-res2coff${exe})
 
-# The native build sees no toolchain file, so it builds for the host.
+# The native build sees no toolchain file, so it builds for the host; a
+# given native build is brought up to date the same way.
+include(ExternalProject)
+set(native_configure "")
+if(TARN_NATIVE_BUILD)
+  set(native_configure CONFIGURE_COMMAND ${CMAKE_COMMAND} -E true) # keep its configuration
+endif()
 ExternalProject_Add(native_tools
   SOURCE_DIR ${PROJECT_SOURCE_DIR}
   BINARY_DIR ${native_dir}
   CMAKE_GENERATOR ${CMAKE_GENERATOR}
   CMAKE_ARGS -DCMAKE_BUILD_TYPE=Release -DTARN_TESTS=OFF -DTARN_OWN_RESOURCES=OFF
+  ${native_configure}
   BUILD_COMMAND ${CMAKE_COMMAND} --build ${native_dir} --target tarn tarn-msgtable tarn-res2coff
   INSTALL_COMMAND ""
   BUILD_ALWAYS ON
