@@ -133,6 +133,11 @@ extern ScriptToken token; // the current token
 // State of a just-loaded library (empties the push-back buffer).
 void script_reset();
 
+// Where the lexer pulls its text from: the preprocessor's output, or for
+// tests a source of their own (null restores the preprocessor's).
+using ScriptSource = size_t (*)(char16_t* dest, size_t max);
+void script_set_source(ScriptSource source);
+
 int32_t next_token();
 bool accept(int32_t kind);
 bool expect(int32_t kind);
