@@ -79,10 +79,10 @@ TEST_F(FileCopy, InlineBitmapErrors) {
     EXPECT_EQ(rendered(diags),
               (Lines{"1: error: Invalid syntax.", "1: error: Invalid syntax.",
                      "1: error: Invalid syntax.", "1: error: Invalid syntax.",
-                     "2: error: Invalid or corrupt file: ''.", "3: error: Invalid syntax.",
-                     "3: error: Invalid or corrupt file: ''.",
+                     "3: error: Invalid or corrupt file: ''.", "3: error: Invalid syntax.",
+                     "4: error: Invalid or corrupt file: ''.",
                      "4: error: BEGIN keyword or { character expected (found: 'HEXSTRING').",
-                     "4: error: Invalid syntax.", "4: error: Invalid or corrupt file: ''."}));
+                     "4: error: Invalid syntax.", "5: error: Invalid or corrupt file: ''."}));
 }
 
 TEST_F(FileCopy, InlineBitmapWithoutEndIsFatal) {

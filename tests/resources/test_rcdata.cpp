@@ -54,7 +54,8 @@ TEST_F(RawData, InlineItems) {
     EXPECT_EQ(data_of("L\"a\""), (Bytes{'a', 0}));
     EXPECT_EQ(data_of(""), Bytes{});
     EXPECT_EQ(data_of("\"\\x1234\" L\"\\x1234\""), (Bytes{0x34, 0x34, 0}));
-    EXPECT_EQ(data_of("\"a\" \"b\" 0x10000 -1 (2+3)*2"), (Bytes{'a', 'b', 0, 0, 0xFF, 0xFF, 10, 0}));
+    EXPECT_EQ(data_of("\"a\" \"b\" 0x10000, -1 (2+3)*2 0x10000 -1"),
+              (Bytes{'a', 'b', 0, 0, 0xFF, 0xFF, 10, 0, 0xFF, 0xFF}));
     EXPECT_TRUE(diags.empty());
 }
 

@@ -123,7 +123,9 @@ TEST_F(StringTable, AMissingStringDropsTheId) {
 TEST_F(StringTable, MissingBeginIsReported) {
     EXPECT_EQ(compile("STRINGTABLE 1 \"a\" END\n"), 0);
     EXPECT_EQ(rendered(diags),
-              (Lines{"1: error: BEGIN keyword or { character expected (found: 1)."}));
+              (Lines{"1: error: BEGIN keyword or { character expected (found: 1).",
+                     "1: error: Number expected (found: \"STRING\").",
+                     "1: error: String literal expected (found: end)."}));
 }
 
 TEST_F(StringTable, DuplicateIdsAreFatalAtTheEnd) {

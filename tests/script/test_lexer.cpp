@@ -157,8 +157,8 @@ TEST_F(ScriptLexer, StringEscapes) {
 }
 
 TEST_F(ScriptLexer, DoubledQuotesAndJoining) {
-    lex("\"a\"\"b\" \"abc\" \t \"def\" \"x\"\n\"y\" L\"p\" L\"q\" L\"r\"\"s\" \"k\" L\"w\"");
-    EXPECT_EQ(tokens(), (V{"str a\"b", "str abcdef", "str x", "str y", "wstr p", "wstr q",
+    lex("\"a\"\"b\"\n\"abc\" \t \"def\"\"\" \"\"\n\"x\"\n\"y\" L\"p\" L\"q\" L\"r\"\"s\" \"k\" L\"w\"");
+    EXPECT_EQ(tokens(), (V{"str a\"b", "str abcdef\"", "str x", "str y", "wstr p", "wstr q",
                            "wstr r\"s", "str k", "wstr w"}));
 }
 
