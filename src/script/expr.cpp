@@ -12,6 +12,20 @@ namespace tarn {
 
 namespace {
 
+// Nesting beyond this would only exhaust the stack; no real script comes near.
+constexpr int MAX_NESTING = 2000;
+int nesting = 0;
+
+// Counts one level of parentheses or unary operators for as long as it lives.
+struct NestingLevel {
+    NestingLevel() {
+        if (++nesting > MAX_NESTING) report(fatal_code(MSG_INTERNAL_ERROR), u"parse_expr");
+    }
+    ~NestingLevel() { --nesting; }
+    NestingLevel(const NestingLevel&) = delete;
+    NestingLevel& operator=(const NestingLevel&) = delete;
+};
+
 uint32_t parse_unary(bool required);
 
 uint32_t divide(uint32_t left, uint32_t right) {
@@ -43,6 +57,7 @@ uint32_t parse_additive(bool required) {
 }
 
 uint32_t parse_unary(bool required) {
+    NestingLevel level;
     if (accept(TK_MINUS)) return 0u - parse_unary(required);
     if (accept(TK_TILDE)) return ~parse_unary(required);
     if (accept(TK_LPAREN)) {
@@ -61,6 +76,7 @@ uint32_t parse_unary(bool required) {
 
 // One term of a style list; NOT clears the number's bits.
 uint32_t parse_style_term(uint32_t value) {
+    NestingLevel level;
     if (accept(TK_LPAREN)) {
         value = parse_style(value);
         expect(TK_RPAREN);

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "diag/report.h"
 #include "script/expr.h"
 #include "script/lexer.h"
 
@@ -148,6 +149,19 @@ TEST_F(ScriptExpr, StyleListErrors) {
     EXPECT_EQ(token.kind, TK_EOF);
     EXPECT_EQ(messages(), (std::vector<std::string>{"error: Unknown keyword: 'x'.",
                                                     "error: Invalid syntax."}));
+}
+
+TEST_F(ScriptExpr, DeepNestingEndsTheRunInsteadOfTheStack) {
+    start(std::string(1500, '(') + "1" + std::string(1500, ')'));
+    EXPECT_EQ(parse_expr(true), 1u);
+    start(std::string(100000, '-') + "1");
+    EXPECT_THROW(parse_expr(true), FatalUnwind);
+    start(std::string(100000, '(') + "1");
+    EXPECT_THROW(parse_style(0), FatalUnwind);
+    EXPECT_EQ(messages(), (std::vector<std::string>{"fatal error: Internal error (parse_expr).",
+                                                    "fatal error: Internal error (parse_expr)."}));
+    start("-(2)");
+    EXPECT_EQ(parse_expr(true), uint32_t(-2)); // the levels were given back
 }
 
 } // namespace
