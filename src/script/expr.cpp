@@ -13,7 +13,7 @@ namespace tarn {
 namespace {
 
 // Nesting beyond this would only exhaust the stack; no real script comes near.
-constexpr int MAX_NESTING = 2000;
+constexpr int MAX_NESTING = 1000;
 int nesting = 0;
 
 // Counts one level of parentheses or unary operators for as long as it lives.

@@ -152,7 +152,7 @@ TEST_F(ScriptExpr, StyleListErrors) {
 }
 
 TEST_F(ScriptExpr, DeepNestingEndsTheRunInsteadOfTheStack) {
-    start(std::string(1500, '(') + "1" + std::string(1500, ')'));
+    start(std::string(900, '(') + "1" + std::string(900, ')'));
     EXPECT_EQ(parse_expr(true), 1u);
     start(std::string(100000, '-') + "1");
     EXPECT_THROW(parse_expr(true), FatalUnwind);
