@@ -162,22 +162,7 @@ TEST_F(FileCopy, EveryCopiedFileIsRecordedWithTheDefaultLanguage) {
     ASSERT_EQ(compile("LANGUAGE 7, 1\nA BITMAP f.bin\n2 VXD f.bin\n3 HTML missing\n"
                       "4 BITMAP BEGIN '42 4D 0 0 0 0 0 0 0 0 0 0 0 0' END\n"),
               0);
-    struct Seen {
-        std::u16string type, name;
-        uint16_t language;
-    };
-    std::vector<Seen> seen;
-    enum_file_info_w(
-        [](const char16_t* type, const char16_t* name, uint16_t language, const char16_t*,
-           uint64_t context) -> int32_t {
-            auto take = [](const char16_t* n) {
-                return n[0] == 0xFFFF ? std::u16string(n, 2) : std::u16string(n);
-            };
-            reinterpret_cast<std::vector<Seen>*>(context)->push_back(
-                {take(type), take(name), language});
-            return 1;
-        },
-        reinterpret_cast<uint64_t>(&seen));
+    std::vector<Record> seen = records();
     ASSERT_EQ(seen.size(), 3u); // the missing file too; inline data none
     EXPECT_EQ(seen[0].type, ord(2));
     EXPECT_EQ(seen[0].name, u"A");
@@ -191,13 +176,7 @@ TEST_F(FileCopy, DependencyModeWithoutOutputStillRecords) {
     write_file("f.bin", "x");
     std::filesystem::path in = write_file("in.rc", "1 HTML f.bin\n");
     EXPECT_EQ(compile_script_w(wide(in).c_str(), nullptr), 1);
-    int32_t count = 0;
-    enum_file_info_w([](const char16_t*, const char16_t*, uint16_t, const char16_t*,
-                        uint64_t context) -> int32_t {
-        ++*reinterpret_cast<int32_t*>(context);
-        return 1;
-    }, reinterpret_cast<uint64_t>(&count));
-    EXPECT_EQ(count, 1);
+    EXPECT_EQ(records().size(), 1u);
 }
 
 } // namespace

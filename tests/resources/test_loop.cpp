@@ -112,13 +112,6 @@ TEST_F(StatementLoop, TopLevelLanguageChangesLaterStatements) {
     EXPECT_EQ(e[3].language, 0xFC1A);
 }
 
-TEST_F(StatementLoop, SetLanguageIsTheDefault) {
-    set_language(0x041D);
-    auto e = compile_ok("1 RCDATA BEGIN END\n");
-    ASSERT_EQ(e.size(), 1u);
-    EXPECT_EQ(e[0].language, 0x041D);
-}
-
 TEST_F(StatementLoop, OptionalStatementsInAnyOrderLastWins) {
     auto e = compile_ok("1 RCDATA LANGUAGE 7,1 VERSION 5 CHARACTERISTICS 6 VERSION 3+4 "
                         "LANGUAGE 0x0C, 2 BEGIN END\n");
@@ -184,12 +177,6 @@ TEST_F(StatementLoop, VerboseLines) {
     EXPECT_EQ(info[5], "Writing MYTYPE, id = 4, language = 0x409, offset = 0x94");
     EXPECT_EQ(info[6], "Writing RCDATA, id = -1, language = 0x409, offset = 0xC8");
     EXPECT_EQ(rendered(diags), (Lines{"7: warning: Name ordinal value outside bounds."}));
-}
-
-TEST_F(StatementLoop, NoVerboseLinesWithoutACallback) {
-    set_information_function_w(nullptr);
-    EXPECT_EQ(compile("1 RCDATA BEGIN END\n"), 1);
-    EXPECT_TRUE(info.empty());
 }
 
 } // namespace

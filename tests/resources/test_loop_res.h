@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "harness/harness.h"
+#include <tarn/tarn.h>
 
 namespace tarn_test {
 
@@ -109,5 +110,26 @@ inline std::vector<std::string> rendered(const std::vector<Diagnostic>& diags) {
 }
 
 using Lines = std::vector<std::string>;
+
+struct Record {
+    std::u16string type, name, path;
+    uint16_t language;
+};
+// The file records, oldest first (ordinal names as their two units).
+inline std::vector<Record> records() {
+    std::vector<Record> out;
+    enum_file_info_w(
+        [](const char16_t* type, const char16_t* name, uint16_t language, const char16_t* path,
+           uint64_t context) -> int32_t {
+            auto take = [](const char16_t* n) {
+                return n[0] == 0xFFFF ? std::u16string(n, 2) : std::u16string(n);
+            };
+            reinterpret_cast<std::vector<Record>*>(context)->push_back(
+                {take(type), take(name), path, language});
+            return 1;
+        },
+        reinterpret_cast<uint64_t>(&out));
+    return out;
+}
 
 } // namespace tarn_test

@@ -22,26 +22,6 @@ class RawData : public FreshLibrary {
     }
 };
 
-struct Record {
-    std::u16string type, name, path;
-    uint16_t language;
-};
-std::vector<Record> records() {
-    std::vector<Record> out;
-    enum_file_info_w(
-        [](const char16_t* type, const char16_t* name, uint16_t language, const char16_t* path,
-           uint64_t context) -> int32_t {
-            auto take = [](const char16_t* n) {
-                return n[0] == 0xFFFF ? std::u16string(n, 2) : std::u16string(n);
-            };
-            reinterpret_cast<std::vector<Record>*>(context)->push_back(
-                {take(type), take(name), path, language});
-            return 1;
-        },
-        reinterpret_cast<uint64_t>(&out));
-    return out;
-}
-
 // The path as found, with either separator.
 std::string slashed(std::string path) {
     for (char& c : path)

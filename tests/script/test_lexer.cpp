@@ -250,15 +250,6 @@ TEST_F(ScriptLexer, TokensSpanBlockRefills) {
     }
 }
 
-TEST_F(ScriptLexer, AcceptAdvancesOnlyOnAMatch) {
-    lex("1 , x");
-    next_token();
-    EXPECT_FALSE(accept(TK_COMMA));
-    EXPECT_EQ(token.kind, TK_NUMBER);
-    EXPECT_TRUE(accept(TK_NUMBER));
-    EXPECT_EQ(token.kind, TK_COMMA);
-}
-
 TEST_F(ScriptLexer, ExpectReportsByKindAndSkipsOneToken) {
     struct Case {
         const char* text;
