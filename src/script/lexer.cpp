@@ -4,7 +4,9 @@
 // 78 keywords, numbers, string literals and punctuation.
 #include "script/lexer.h"
 
+#include <array>
 #include <cstring>
+#include <string_view>
 
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
@@ -64,8 +66,22 @@ constexpr Punctuation punctuation[] = {
     {u'(', TK_LPAREN}, {u')', TK_RPAREN},   {u'{', TK_BEGIN},  {u'}', TK_END},
 };
 
-// Characters that continue a name besides the alphanumeric ones.
-constexpr char16_t name_extras[] = u"./!#$%':;<=>[\\]^_@`";
+// Classes of the ASCII characters; above ASCII only the platform's
+// alphanumeric test makes a name character.
+enum : uint8_t { CH_NAME = 1, CH_DIGIT = 2, CH_OCTAL = 4, CH_HEX = 8 };
+
+constexpr std::array<uint8_t, 128> make_ascii_classes() {
+    std::array<uint8_t, 128> t{};
+    for (char16_t c = u'a'; c <= u'z'; ++c) t[c] |= CH_NAME, t[c - 32] |= CH_NAME;
+    for (char16_t c = u'0'; c <= u'9'; ++c) t[c] |= CH_NAME | CH_DIGIT | CH_HEX;
+    for (char16_t c = u'0'; c <= u'7'; ++c) t[c] |= CH_OCTAL;
+    for (char16_t c = u'a'; c <= u'f'; ++c) t[c] |= CH_HEX, t[c - 32] |= CH_HEX;
+    for (char c : std::string_view("./!#$%':;<=>[\\]^_@`")) t[uint8_t(c)] |= CH_NAME;
+    return t;
+}
+constexpr std::array<uint8_t, 128> ascii_classes = make_ascii_classes();
+
+bool has_class(char16_t c, uint8_t cls) { return c < 128 && (ascii_classes[c] & cls); }
 
 char16_t get_char() {
     if (input.pushed_count) return input.pushed[--input.pushed_count];
@@ -82,25 +98,17 @@ void push_back(char16_t c) {
     if (input.pushed_count < PUSHBACK_UNITS) input.pushed[input.pushed_count++] = c;
 }
 
-bool is_digit(char16_t c) { return c >= u'0' && c <= u'9'; }
-bool is_octal(char16_t c) { return c >= u'0' && c <= u'7'; }
+bool is_digit(char16_t c) { return has_class(c, CH_DIGIT); }
+bool is_octal(char16_t c) { return has_class(c, CH_OCTAL); }
 bool is_blank(char16_t c) { return c == u' ' || c == u'\t'; }
 
 int hex_value(char16_t c) {
-    if (is_digit(c)) return c - u'0';
-    if (c >= u'a' && c <= u'f') return c - u'a' + 10;
-    if (c >= u'A' && c <= u'F') return c - u'A' + 10;
-    return -1;
+    if (!has_class(c, CH_HEX)) return -1;
+    if (c <= u'9') return c - u'0';
+    return (c | 0x20) - u'a' + 10;
 }
 
-bool is_name_char(char16_t c) {
-    if (c < 0x80) {
-        if ((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || is_digit(c)) return true;
-        return c != 0 && std::char_traits<char16_t>::find(name_extras, sizeof name_extras / 2 - 1,
-                                                          c) != nullptr;
-    }
-    return plat_is_alphanumeric(c);
-}
+bool is_name_char(char16_t c) { return c < 128 ? has_class(c, CH_NAME) : plat_is_alphanumeric(c); }
 
 char16_t fold(char16_t c) { return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c; }
 
