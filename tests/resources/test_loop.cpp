@@ -131,6 +131,17 @@ TEST_F(StatementLoop, StatementsOfCHeadersAreSkipped) {
     EXPECT_TRUE(diags.empty());
 }
 
+TEST_F(StatementLoop, IncludedHeadersGiveDefinitionsButNoStatements) {
+    write_file("defs.h", "#define ID 5\n1 RCDATA BEGIN 1 END\nint f(void);\n");
+    write_file("more.rc", "ID RCDATA BEGIN 2 END\n");
+    auto e = compile_ok("#include \"defs.h\"\n#include \"more.rc\"\n6 RCDATA BEGIN ID END\n");
+    ASSERT_EQ(e.size(), 2u);
+    EXPECT_EQ(e[0].name, ord(5));
+    EXPECT_EQ(e[1].name, ord(6));
+    EXPECT_EQ(e[1].data, (Bytes{5, 0}));
+    EXPECT_TRUE(diags.empty());
+}
+
 TEST_F(StatementLoop, FontIsNotImplemented) {
     Bytes res;
     EXPECT_EQ(compile("1 RCDATA BEGIN END\n2 FONT \"x.fnt\"\n", &res), 0);

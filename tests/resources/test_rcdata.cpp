@@ -15,10 +15,15 @@ class RawData : public FreshLibrary {
         EXPECT_EQ(compile(script, &res), 1) << script;
         return parse_res(res);
     }
-    Bytes data_of(const std::string& items) {
-        auto e = compile_ok("1 RCDATA BEGIN " + items + " END\n");
-        EXPECT_EQ(e.size(), 1u);
-        return e.empty() ? Bytes{} : e[0].data;
+    // One RCDATA per item list, all in one compilation (a loaded library
+    // serves one); the data of each.
+    std::vector<Bytes> data_of(const std::vector<std::string>& item_lists) {
+        std::string script;
+        for (const std::string& items : item_lists) script += "1 RCDATA BEGIN " + items + " END\n";
+        std::vector<Bytes> out;
+        for (const ResEntry& e : compile_ok(script)) out.push_back(e.data);
+        EXPECT_EQ(out.size(), item_lists.size());
+        return out;
     }
 };
 
@@ -30,24 +35,22 @@ std::string slashed(std::string path) {
 }
 
 TEST_F(RawData, InlineItems) {
-    EXPECT_EQ(data_of("\"ab\", 1, 2L"), (Bytes{'a', 'b', 1, 0, 2, 0, 0, 0}));
-    EXPECT_EQ(data_of("L\"a\""), (Bytes{'a', 0}));
-    EXPECT_EQ(data_of(""), Bytes{});
-    EXPECT_EQ(data_of("\"\\x1234\" L\"\\x1234\""), (Bytes{0x34, 0x34, 0}));
-    EXPECT_EQ(data_of("\"a\" \"b\" 0x10000, -1 (2+3)*2 0x10000 -1"),
-              (Bytes{'a', 'b', 0, 0, 0xFF, 0xFF, 10, 0, 0xFF, 0xFF}));
-    EXPECT_TRUE(diags.empty());
-}
-
-TEST_F(RawData, TheLastNumberLexedChoosesTheWidth) {
-    // "-2" starts with "-", when the last number lexed is still 1L.
-    EXPECT_EQ(data_of("1L, -2"), (Bytes{1, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(data_of("1L, 2, -3"), (Bytes{1, 0, 0, 0, 2, 0, 0xFD, 0xFF}));
-    EXPECT_EQ(data_of("2 + 3L, 0x12345678l"), (Bytes{5, 0, 0x78, 0x56, 0x34, 0x12}));
-}
-
-TEST_F(RawData, StrayCommasArePassedOver) {
-    EXPECT_EQ(data_of(", 1,, 2 ,"), (Bytes{1, 0, 2, 0}));
+    auto data = data_of({"\"ab\", 1, 2L", "L\"a\"", "", "\"\\x1234\" L\"\\x1234\"",
+                         "\"a\" \"b\" 0x10000, -1 (2+3)*2 0x10000 -1",
+                         // "-2" starts with "-", when the last number lexed is still 1L.
+                         "1L, -2", "1L, 2, -3", "2 + 3L, 0x12345678l",
+                         // A stray comma is passed over.
+                         ", 1,, 2 ,"});
+    ASSERT_EQ(data.size(), 9u);
+    EXPECT_EQ(data[0], (Bytes{'a', 'b', 1, 0, 2, 0, 0, 0}));
+    EXPECT_EQ(data[1], (Bytes{'a', 0}));
+    EXPECT_EQ(data[2], Bytes{});
+    EXPECT_EQ(data[3], (Bytes{0x34, 0x34, 0}));
+    EXPECT_EQ(data[4], (Bytes{'a', 'b', 0, 0, 0xFF, 0xFF, 10, 0, 0xFF, 0xFF}));
+    EXPECT_EQ(data[5], (Bytes{1, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(data[6], (Bytes{1, 0, 0, 0, 2, 0, 0xFD, 0xFF}));
+    EXPECT_EQ(data[7], (Bytes{5, 0, 0x78, 0x56, 0x34, 0x12}));
+    EXPECT_EQ(data[8], (Bytes{1, 0, 2, 0}));
     EXPECT_TRUE(diags.empty());
 }
 
@@ -140,10 +143,19 @@ TEST_F(RawData, UserTypesTakeNoOptionalStatementsOrInlineData) {
 }
 
 TEST_F(RawData, FilesAreFoundFromTheMainScriptsDirectory) {
-    write_file("sub/y.bin", "y");
-    auto e = compile_ok("1 RCDATA \"sub/y.bin\"\n");
-    ASSERT_EQ(e.size(), 1u);
-    EXPECT_EQ(e[0].data, (Bytes{'y'}));
+    // The preprocessor reads ahead into sub/inc.rc (and past its end) before
+    // the statements are compiled; the result must not depend on that.
+    write_file("y.bin", "m");
+    write_file("sub/y.bin", "s");
+    write_file("sub/z.bin", "z");
+    write_file("sub/inc.rc", "2 RCDATA \"y.bin\"\n");
+    auto e = compile_ok("1 RCDATA \"y.bin\"\n#include \"sub/inc.rc\"\n3 RCDATA y.bin\n"
+                        "4 RCDATA sub\\Z.BIN\n");
+    ASSERT_EQ(e.size(), 4u);
+    EXPECT_EQ(e[0].data, (Bytes{'m'}));
+    EXPECT_EQ(e[1].data, (Bytes{'m'}));
+    EXPECT_EQ(e[2].data, (Bytes{'m'}));
+    EXPECT_EQ(e[3].data, (Bytes{'z'})); // backslashes and letter case as for #include
 }
 
 } // namespace
