@@ -148,7 +148,9 @@ TEST_F(RawData, FilesAreFoundFromTheMainScriptsDirectory) {
     write_file("y.bin", "m");
     write_file("sub/y.bin", "s");
     write_file("sub/z.bin", "z");
-    write_file("sub/inc.rc", "2 RCDATA \"y.bin\"\n");
+    std::string filler;
+    for (int i = 0; i < 100; ++i) filler += std::string(400, ' ') + "\n";
+    write_file("sub/inc.rc", filler + "2 RCDATA \"y.bin\"\n" + filler);
     auto e = compile_ok("1 RCDATA \"y.bin\"\n#include \"sub/inc.rc\"\n3 RCDATA y.bin\n"
                         "4 RCDATA sub\\Z.BIN\n");
     ASSERT_EQ(e.size(), 4u);
