@@ -94,4 +94,10 @@ void compile_cursor(const ScriptToken& name);
 void compile_bitmap(const ScriptToken& name);
 void compile_file_resource(const ScriptToken& name, uint16_t type); // ANICURSOR, HTML, ...
 
+// Icons and cursors (resources/icon.cpp): the process-wide image ordinal
+// counter back to its just-loaded 0 (for resources_reset only), and the bit
+// count a cursor group lists for a colour count.
+void image_counter_reset();
+uint32_t bits_for_colors(uint32_t n);
+
 } // namespace tarn

@@ -20,5 +20,6 @@ void compile_versioninfo(const ScriptToken&) { not_yet(); }
 void compile_dlginclude(const ScriptToken&) { not_yet(); }
 void compile_icon(const ScriptToken&) { not_yet(); }
 void compile_cursor(const ScriptToken&) { not_yet(); }
+void image_counter_reset() {}
 
 } // namespace tarn

@@ -148,6 +148,7 @@ void open_output(const char16_t* output) {
 void resources_reset() {
     resources_state = ResourcesState{};
     string_tables_reset();
+    image_counter_reset();
 }
 
 void rc_main(const char16_t* input, const char16_t* output, bool preprocess_only) {
