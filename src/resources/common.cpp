@@ -44,7 +44,9 @@ NameOrOrdinal ordinal_checked(uint32_t value, Msg warning) {
 
 } // namespace
 
-ResourceAttributes default_attributes_copy() { return compile_state.default_attributes; }
+ResourceAttributes default_attributes_copy() {
+    return compile_state.default_attributes;
+}
 
 uint16_t parse_memory_flags(uint16_t flags) {
     while (const MemoryOption* m = find_memory_option(token.kind)) {
@@ -63,10 +65,14 @@ void parse_language(ResourceAttributes& attributes) {
 
 void parse_optional_statements(ResourceAttributes& attributes, DialogOptions* dialog) {
     for (;;) {
-        if (accept(TK_CHARACTERISTICS)) attributes.characteristics = parse_expr(true);
-        else if (accept(TK_LANGUAGE)) parse_language(attributes);
-        else if (accept(TK_VERSION)) attributes.version = parse_expr(true);
-        else if (!dialog || !parse_dialog_option(*dialog)) return;
+        if (accept(TK_CHARACTERISTICS))
+            attributes.characteristics = parse_expr(true);
+        else if (accept(TK_LANGUAGE))
+            parse_language(attributes);
+        else if (accept(TK_VERSION))
+            attributes.version = parse_expr(true);
+        else if (!dialog || !parse_dialog_option(*dialog))
+            return;
     }
 }
 

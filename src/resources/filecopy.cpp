@@ -24,8 +24,12 @@ struct FileResourceKind {
     const char16_t* text; // for the verbose line
 };
 constexpr FileResourceKind file_resource_kinds[] = {
-    {RT_ANICURSOR, u"ANICURSOR"}, {RT_ANIICON, u"ANIICON"},   {RT_HTML, u"HTML"},
-    {RT_MANIFEST, u"MANIFEST"},   {RT_MESSAGETABLE, u"MESSAGETABLE"}, {RT_PLUGPLAY, u"PLUGPLAY"},
+    {RT_ANICURSOR, u"ANICURSOR"},
+    {RT_ANIICON, u"ANIICON"},
+    {RT_HTML, u"HTML"},
+    {RT_MANIFEST, u"MANIFEST"},
+    {RT_MESSAGETABLE, u"MESSAGETABLE"},
+    {RT_PLUGPLAY, u"PLUGPLAY"},
     {RT_VXD, u"VXD"},
 };
 
@@ -35,7 +39,9 @@ const char16_t* file_resource_text(uint16_t type) {
     return u"";
 }
 
-uint16_t read_u16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
+uint16_t read_u16(const uint8_t* p) {
+    return uint16_t(p[0] | p[1] << 8);
+}
 
 // Animated cursors and icons must start with "RIFF" and have "ACON" at 8.
 uint32_t check_riff(FileHandle f) {
@@ -86,7 +92,9 @@ uint32_t write_bitmap_data(const NameOrOrdinal& name, const std::vector<uint8_t>
     return e ? fatal_system_code(e) : 0;
 }
 
-bool is_c_space(char16_t c) { return c == u' ' || (c >= 9 && c <= 13); }
+bool is_c_space(char16_t c) {
+    return c == u' ' || (c >= 9 && c <= 13);
+}
 
 int hex_digit(char16_t c) {
     if (c >= u'0' && c <= u'9') return c - u'0';
@@ -134,9 +142,12 @@ std::vector<uint8_t> read_hex_strings() {
     // The END test follows each round, so an END where the first string
     // should stand is reported and skipped, as in CURSOR.
     do {
-        if (token.kind == TK_HEXSTRING) parse_hex_string(token.text, data);
-        else if (token.kind == TK_EOF) report(fatal_code(MSG_UNEXPECTED_EOF)); // no END to come
-        else report(error_code(MSG_INVALID_SYNTAX));
+        if (token.kind == TK_HEXSTRING)
+            parse_hex_string(token.text, data);
+        else if (token.kind == TK_EOF)
+            report(fatal_code(MSG_UNEXPECTED_EOF)); // no END to come
+        else
+            report(error_code(MSG_INVALID_SYNTAX));
         next_token();
     } while (!accept(TK_END));
     return data;
@@ -163,8 +174,8 @@ uint32_t copy_file_resource(const NameOrOrdinal& name, const NameOrOrdinal& type
     uint32_t size = 0;
     if (uint32_t e = file_size(f, &size)) return error_system_code(e);
     attributes.memory_flags = memory_flags;
-    bool animated = is_ordinal(type) &&
-                    (ordinal_of(type) == RT_ANICURSOR || ordinal_of(type) == RT_ANIICON);
+    bool animated =
+        is_ordinal(type) && (ordinal_of(type) == RT_ANICURSOR || ordinal_of(type) == RT_ANIICON);
     if (animated)
         if (uint32_t e = check_riff(f)) return e;
     return write_file_data(size, attributes, type, name, f);

@@ -28,7 +28,9 @@ struct TypeHandler {
     Handler handler;
 };
 
-void font_not_implemented(const ScriptToken&) { report(fatal_code(MSG_NOT_IMPLEMENTED)); }
+void font_not_implemented(const ScriptToken&) {
+    report(fatal_code(MSG_NOT_IMPLEMENTED));
+}
 
 // The type keywords with a handler of their own; every other keyword, a
 // name or a number is a user-defined type.

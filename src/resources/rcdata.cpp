@@ -61,7 +61,9 @@ std::u16string user_type_text(const ScriptToken& type) {
 
 } // namespace
 
-bool names_file(const ScriptToken& t) { return t.kind == TK_STRING || t.kind == TK_NAME; }
+bool names_file(const ScriptToken& t) {
+    return t.kind == TK_STRING || t.kind == TK_NAME;
+}
 
 void compile_rcdata(const ScriptToken& name) {
     ResourceAttributes attributes = default_attributes_copy();

@@ -32,10 +32,13 @@ StringEntry make_entry(uint16_t id) {
     return e;
 }
 
-uint64_t group_key(const StringEntry& e) { return (uint64_t(e.block_id) << 16) | e.attributes.language; }
+uint64_t group_key(const StringEntry& e) {
+    return (uint64_t(e.block_id) << 16) | e.attributes.language;
+}
 
 // The entries of each (block, language) pair, in script order.
-std::unordered_map<uint64_t, std::vector<size_t>> group_entries(const std::vector<StringEntry>& all) {
+std::unordered_map<uint64_t, std::vector<size_t>>
+group_entries(const std::vector<StringEntry>& all) {
     std::unordered_map<uint64_t, std::vector<size_t>> groups;
     for (size_t i = 0; i < all.size(); ++i) groups[group_key(all[i])].push_back(i);
     return groups;
@@ -104,8 +107,12 @@ uint32_t flush_string_tables() {
     return 0;
 }
 
-void flush_string_tables_and_report() { report(flush_string_tables()); }
+void flush_string_tables_and_report() {
+    report(flush_string_tables());
+}
 
-void string_tables_reset() { string_tables.entries.clear(); }
+void string_tables_reset() {
+    string_tables.entries.clear();
+}
 
 } // namespace tarn

@@ -41,18 +41,24 @@ uint32_t divide(uint32_t left, uint32_t right) {
 uint32_t parse_multiplicative(bool required) {
     uint32_t value = parse_unary(required);
     for (;;) {
-        if (accept(TK_STAR)) value *= parse_unary(required);
-        else if (accept(TK_SLASH)) value = divide(value, parse_unary(required));
-        else return value;
+        if (accept(TK_STAR))
+            value *= parse_unary(required);
+        else if (accept(TK_SLASH))
+            value = divide(value, parse_unary(required));
+        else
+            return value;
     }
 }
 
 uint32_t parse_additive(bool required) {
     uint32_t value = parse_multiplicative(required);
     for (;;) {
-        if (accept(TK_PLUS)) value += parse_multiplicative(required);
-        else if (accept(TK_MINUS)) value -= parse_multiplicative(required);
-        else return value;
+        if (accept(TK_PLUS))
+            value += parse_multiplicative(required);
+        else if (accept(TK_MINUS))
+            value -= parse_multiplicative(required);
+        else
+            return value;
     }
 }
 
@@ -93,9 +99,12 @@ uint32_t parse_style_term(uint32_t value) {
 uint32_t parse_expr(bool required) {
     uint32_t value = parse_additive(required);
     for (;;) {
-        if (accept(TK_BAR)) value |= parse_additive(required);
-        else if (accept(TK_AMPERSAND)) value &= parse_additive(required);
-        else return value;
+        if (accept(TK_BAR))
+            value |= parse_additive(required);
+        else if (accept(TK_AMPERSAND))
+            value &= parse_additive(required);
+        else
+            return value;
     }
 }
 

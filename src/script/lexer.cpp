@@ -37,6 +37,7 @@ struct LexerInput {
 LexerInput input;
 
 // Sorted; the kind of entry i is TK_FIRST_KEYWORD + i.
+// clang-format off
 const char16_t* const keywords[] = {
     u"accelerators", u"alt", u"anicursor", u"aniicon", u"ascii", u"auto3state",
     u"autocheckbox", u"autoradiobutton", u"begin", u"bitmap", u"block", u"caption",
@@ -52,6 +53,7 @@ const char16_t* const keywords[] = {
     u"rtext", u"scrollbar", u"separator", u"shift", u"state3", u"stringtable",
     u"style", u"value", u"version", u"versioninfo", u"virtkey", u"vxd",
 };
+// clang-format on
 constexpr size_t KEYWORD_COUNT = sizeof keywords / sizeof keywords[0];
 static_assert(KEYWORD_COUNT == TK_LAST_KEYWORD - TK_FIRST_KEYWORD + 1);
 
@@ -61,9 +63,9 @@ struct Punctuation {
     int32_t kind;
 };
 constexpr Punctuation punctuation[] = {
-    {u',', TK_COMMA}, {u'&', TK_AMPERSAND}, {u'|', TK_BAR},    {u'~', TK_TILDE},
-    {u'+', TK_PLUS},  {u'-', TK_MINUS},     {u'*', TK_STAR},   {u'/', TK_SLASH},
-    {u'(', TK_LPAREN}, {u')', TK_RPAREN},   {u'{', TK_BEGIN},  {u'}', TK_END},
+    {u',', TK_COMMA},  {u'&', TK_AMPERSAND}, {u'|', TK_BAR},   {u'~', TK_TILDE},
+    {u'+', TK_PLUS},   {u'-', TK_MINUS},     {u'*', TK_STAR},  {u'/', TK_SLASH},
+    {u'(', TK_LPAREN}, {u')', TK_RPAREN},    {u'{', TK_BEGIN}, {u'}', TK_END},
 };
 
 // Classes of the ASCII characters; above ASCII only the platform's
@@ -81,7 +83,9 @@ constexpr std::array<uint8_t, 128> make_ascii_classes() {
 }
 constexpr std::array<uint8_t, 128> ascii_classes = make_ascii_classes();
 
-bool has_class(char16_t c, uint8_t cls) { return c < 128 && (ascii_classes[c] & cls); }
+bool has_class(char16_t c, uint8_t cls) {
+    return c < 128 && (ascii_classes[c] & cls);
+}
 
 char16_t get_char() {
     if (input.pushed_count) return input.pushed[--input.pushed_count];
@@ -98,9 +102,15 @@ void push_back(char16_t c) {
     if (input.pushed_count < PUSHBACK_UNITS) input.pushed[input.pushed_count++] = c;
 }
 
-bool is_digit(char16_t c) { return has_class(c, CH_DIGIT); }
-bool is_octal(char16_t c) { return has_class(c, CH_OCTAL); }
-bool is_blank(char16_t c) { return c == u' ' || c == u'\t'; }
+bool is_digit(char16_t c) {
+    return has_class(c, CH_DIGIT);
+}
+bool is_octal(char16_t c) {
+    return has_class(c, CH_OCTAL);
+}
+bool is_blank(char16_t c) {
+    return c == u' ' || c == u'\t';
+}
 
 int hex_value(char16_t c) {
     if (!has_class(c, CH_HEX)) return -1;
@@ -108,9 +118,13 @@ int hex_value(char16_t c) {
     return (c | 0x20) - u'a' + 10;
 }
 
-bool is_name_char(char16_t c) { return c < 128 ? has_class(c, CH_NAME) : plat_is_alphanumeric(c); }
+bool is_name_char(char16_t c) {
+    return c < 128 ? has_class(c, CH_NAME) : plat_is_alphanumeric(c);
+}
 
-char16_t fold(char16_t c) { return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c; }
+char16_t fold(char16_t c) {
+    return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
+}
 
 // Case-insensitive order of a name against a lower-case keyword.
 int compare_keyword(const char16_t* name, const char16_t* keyword) {
@@ -127,8 +141,10 @@ int32_t keyword_kind(const char16_t* name) {
         size_t mid = (low + high) / 2;
         int c = compare_keyword(name, keywords[mid]);
         if (c == 0) return TK_FIRST_KEYWORD + int32_t(mid);
-        if (c < 0) high = mid;
-        else low = mid + 1;
+        if (c < 0)
+            high = mid;
+        else
+            low = mid + 1;
     }
     return TK_NAME;
 }
@@ -145,8 +161,10 @@ void read_number(char16_t first) {
     char16_t c = get_char();
     if (first == u'0') {
         base = 8;
-        if (c == u'o') c = get_char();
-        else if (c == u'x' || c == u'X') base = 16, c = get_char();
+        if (c == u'o')
+            c = get_char();
+        else if (c == u'x' || c == u'X')
+            base = 16, c = get_char();
     }
     for (int d; (d = hex_value(c)) >= 0; c = get_char()) value = value * base + uint32_t(d);
     token.is_long = (c == u'l' || c == u'L');
@@ -170,8 +188,10 @@ struct LiteralText {
     size_t n = 0;
     bool truncated = false;
     void put(char16_t c) {
-        if (n < STRING_UNITS) token.text[n++] = c;
-        else truncated = true;
+        if (n < STRING_UNITS)
+            token.text[n++] = c;
+        else
+            truncated = true;
     }
     void finish(int32_t kind) {
         token.text[n] = 0;
@@ -209,8 +229,10 @@ void read_escape(LiteralText& out) {
     for (const Simple& s : simple)
         if (s.c == c) return out.put(s.value);
     out.put(u'\\');
-    if (c != 0) out.put(c);
-    else push_back(c);
+    if (c != 0)
+        out.put(c);
+    else
+        push_back(c);
 }
 
 // After the opening double quote. Narrow strings separated by blanks join.
@@ -257,7 +279,8 @@ void read_line_marker() {
     for (const char16_t* p = u"line"; *p; ++p)
         if (get_char() != *p) return;
     char16_t c;
-    while (is_blank(c = get_char())) {}
+    while (is_blank(c = get_char())) {
+    }
     uint32_t line = 0;
     for (; is_digit(c); c = get_char()) line = line * 10 + uint32_t(c - u'0');
     script_location.script_line = line - 1; // the marker's own line feed adds one
@@ -339,9 +362,12 @@ int32_t next_token() {
             break;
         }
         if (int32_t kind = punctuation_kind(c)) return token.kind = kind;
-        if (is_digit(c)) read_number(c);
-        else if (is_name_char(c)) read_name(c);
-        else token.kind = TK_OTHER;
+        if (is_digit(c))
+            read_number(c);
+        else if (is_name_char(c))
+            read_name(c);
+        else
+            token.kind = TK_OTHER;
         return token.kind;
     }
 }
@@ -356,13 +382,18 @@ namespace {
 
 DiagnosticCode mismatch_code(int32_t expected) {
     switch (expected) {
-    case TK_STRING: return error_code(MSG_STRING_EXPECTED);
+    case TK_STRING:
+        return error_code(MSG_STRING_EXPECTED);
     case TK_NUMBER:
         return error_code(token.kind == TK_NAME ? MSG_UNKNOWN_KEYWORD : MSG_NUMBER_EXPECTED);
-    case TK_COMMA: return error_code(MSG_COMMA_EXPECTED);
-    case TK_BEGIN: return error_code(MSG_BEGIN_EXPECTED);
-    case TK_END: return error_code(MSG_END_EXPECTED);
-    default: return error_code(MSG_INVALID_SYNTAX);
+    case TK_COMMA:
+        return error_code(MSG_COMMA_EXPECTED);
+    case TK_BEGIN:
+        return error_code(MSG_BEGIN_EXPECTED);
+    case TK_END:
+        return error_code(MSG_END_EXPECTED);
+    default:
+        return error_code(MSG_INVALID_SYNTAX);
     }
 }
 
@@ -371,15 +402,17 @@ DiagnosticCode mismatch_code(int32_t expected) {
 bool expect(int32_t kind) {
     if (accept(kind)) return true;
     report(mismatch_code(kind), token_display());
-    if (token.kind == TK_EOF) report(fatal_code(MSG_UNEXPECTED_EOF));
-    else if (token.kind != TK_END) next_token();
+    if (token.kind == TK_EOF)
+        report(fatal_code(MSG_UNEXPECTED_EOF));
+    else if (token.kind != TK_END)
+        next_token();
     return false;
 }
 
 std::u16string token_display() {
     static const char16_t* const fixed[] = {
-        u"",  nullptr, u"\"STRING\"", u"L\"STRING\"", u"'HEXSTRING'", nullptr, u",", u"&", u"|",
-        u"~", u"+",    u"-",          u"*",           u"/",           u"(",     u")", u"EOF",
+        u"",  nullptr, u"\"STRING\"", u"L\"STRING\"", u"'HEXSTRING'", nullptr, u",", u"&",   u"|",
+        u"~", u"+",    u"-",          u"*",           u"/",           u"(",    u")", u"EOF",
     };
     int32_t k = token.kind;
     if (k == TK_NAME) return std::u16string(token.text, token.length);

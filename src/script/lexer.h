@@ -114,8 +114,8 @@ constexpr size_t SCRIPT_FILE_UNITS = 260;
 
 struct ScriptToken {
     int32_t kind = TK_EOF;
-    uint64_t length = 0;  // units in text (strings, names)
-    int32_t is_long = 0;  // the last number ended in "l" or "L"
+    uint64_t length = 0;                  // units in text (strings, names)
+    int32_t is_long = 0;                  // the last number ended in "l" or "L"
     char16_t text[TOKEN_TEXT_UNITS] = {}; // zero-terminated; see number_value
 };
 

@@ -26,7 +26,9 @@ std::string counting(size_t n, int first = 0) {
     for (size_t i = 0; i < n; ++i) s.push_back(char((first + i) & 0xFF));
     return s;
 }
-Bytes bytes_of(const std::string& s) { return Bytes(s.begin(), s.end()); }
+Bytes bytes_of(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
 
 std::string riff(const char* form, size_t n) {
     return std::string("RIFF") + "\x12\x34\x56\x78" + form + counting(n);
@@ -95,7 +97,7 @@ TEST_F(FileCopy, WholeFileStatements) {
         const char* keyword;
         uint16_t type;
     };
-    const Kind kinds[] = {{"ANICURSOR", 21}, {"ANIICON", 22},  {"HTML", 23}, {"MANIFEST", 24},
+    const Kind kinds[] = {{"ANICURSOR", 21},    {"ANIICON", 22},  {"HTML", 23}, {"MANIFEST", 24},
                           {"MESSAGETABLE", 11}, {"PLUGPLAY", 19}, {"VXD", 20}};
     std::string file = riff("ACON", 9);
     write_file("f.bin", file);

@@ -32,13 +32,13 @@ TEST_F(StatementLoop, OneResourceByteForByte) {
     ASSERT_EQ(compile("ab RCDATA BEGIN 0x4241 END\n", &res), 1);
     Bytes expected(32);
     expected[4] = 0x20, expected[8] = expected[9] = expected[12] = expected[13] = 0xFF;
-    Bytes entry = {2,    0,    0, 0, 0x24, 0, 0, 0,    // DataSize, HeaderSize
-                   0xFF, 0xFF, 10, 0,                  // TYPE: ordinal 10
-                   'A',  0,    'B', 0, 0,   0,         // NAME "AB"
-                   0,    0,                            // padding
-                   0,    0,    0, 0, 0x30, 0, 0x09, 4, // DataVersion, flags, language
-                   0,    0,    0, 0, 0,    0, 0,    0, // Version, Characteristics
-                   0x41, 0x42, 0, 0};                  // data, padding
+    Bytes entry = {2,    0,    0,   0, 0x24, 0, 0,    0, // DataSize, HeaderSize
+                   0xFF, 0xFF, 10,  0,                   // TYPE: ordinal 10
+                   'A',  0,    'B', 0, 0,    0,          // NAME "AB"
+                   0,    0,                              // padding
+                   0,    0,    0,   0, 0x30, 0, 0x09, 4, // DataVersion, flags, language
+                   0,    0,    0,   0, 0,    0, 0,    0, // Version, Characteristics
+                   0x41, 0x42, 0,   0};                  // data, padding
     expected.insert(expected.end(), entry.begin(), entry.end());
     EXPECT_EQ(res, expected);
 }

@@ -27,13 +27,17 @@ struct ResEntry {
     Bytes data;
 };
 
-inline std::u16string ord(uint16_t n) { return std::u16string{char16_t(0xFFFF), char16_t(n)}; }
+inline std::u16string ord(uint16_t n) {
+    return std::u16string{char16_t(0xFFFF), char16_t(n)};
+}
 
 inline uint32_t le32(const Bytes& b, size_t at) {
     return uint32_t(b[at]) | uint32_t(b[at + 1]) << 8 | uint32_t(b[at + 2]) << 16 |
            uint32_t(b[at + 3]) << 24;
 }
-inline uint16_t le16(const Bytes& b, size_t at) { return uint16_t(b[at] | b[at + 1] << 8); }
+inline uint16_t le16(const Bytes& b, size_t at) {
+    return uint16_t(b[at] | b[at + 1] << 8);
+}
 
 // NAME or TYPE at `at`; advances `at`.
 inline std::u16string read_name(const Bytes& b, size_t& at) {

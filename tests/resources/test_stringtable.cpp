@@ -40,15 +40,16 @@ TEST_F(StringTable, OneBlockByteForByte) {
                       0xFF, 0xFF, 6, 0, 0xFF, 0xFF, 1,    0,    // RT_STRING, block 1
                       0,    0,    0, 0, 0x30, 0x10, 0x09, 0x04, // flags 0x1030, 0x0409
                       0,    0,    0, 0, 0,    0,    0,    0};
-    expected.resize(expected.size() + 10);    // slots 0 to 4
+    expected.resize(expected.size() + 10);                               // slots 0 to 4
     for (uint8_t b : Bytes{2, 0, 'a', 0, 'b', 0}) expected.push_back(b); // slot 5
-    expected.resize(expected.size() + 20);    // slots 6 to 15
+    expected.resize(expected.size() + 20);                               // slots 6 to 15
     ASSERT_GE(res.size(), 32u);
     EXPECT_EQ(Bytes(res.begin() + 32, res.end()), expected);
 }
 
 TEST_F(StringTable, IdsFallIntoBlocksOf16) {
-    auto e = compile_ok("STRINGTABLE BEGIN 0 \"z\" 15 \"f\" 16 \"s\" 65535 \"m\" -32768 \"n\" END\n");
+    auto e =
+        compile_ok("STRINGTABLE BEGIN 0 \"z\" 15 \"f\" 16 \"s\" 65535 \"m\" -32768 \"n\" END\n");
     ASSERT_EQ(e.size(), 4u);
     EXPECT_EQ(e[0].type, ord(6));
     EXPECT_EQ(e[0].name, ord(1));
@@ -113,25 +114,22 @@ TEST_F(StringTable, EmptyBodyReportsTwiceAndAddsNothing) {
 
 TEST_F(StringTable, AMissingStringDropsTheId) {
     EXPECT_EQ(compile("STRINGTABLE BEGIN 1 L\"w\" 2 \"ok\" 3 4 \"k\" END\n"), 0);
-    EXPECT_EQ(rendered(diags),
-              (Lines{"1: error: String literal expected (found: L\"STRING\").",
-                     "1: error: String literal expected (found: 4).",
-                     "1: error: Number expected (found: \"STRING\").",
-                     "1: error: String literal expected (found: end)."}));
+    EXPECT_EQ(rendered(diags), (Lines{"1: error: String literal expected (found: L\"STRING\").",
+                                      "1: error: String literal expected (found: 4).",
+                                      "1: error: Number expected (found: \"STRING\").",
+                                      "1: error: String literal expected (found: end)."}));
 }
 
 TEST_F(StringTable, MissingBeginIsReported) {
     EXPECT_EQ(compile("STRINGTABLE 1 \"a\" END\n"), 0);
-    EXPECT_EQ(rendered(diags),
-              (Lines{"1: error: BEGIN keyword or { character expected (found: 1).",
-                     "1: error: Number expected (found: \"STRING\").",
-                     "1: error: String literal expected (found: end)."}));
+    EXPECT_EQ(rendered(diags), (Lines{"1: error: BEGIN keyword or { character expected (found: 1).",
+                                      "1: error: Number expected (found: \"STRING\").",
+                                      "1: error: String literal expected (found: end)."}));
 }
 
 TEST_F(StringTable, DuplicateIdsAreFatalAtTheEnd) {
     Bytes res;
-    EXPECT_EQ(compile("STRINGTABLE BEGIN 1 \"a\" END\nSTRINGTABLE BEGIN 1 \"b\" END\n", &res),
-              0);
+    EXPECT_EQ(compile("STRINGTABLE BEGIN 1 \"a\" END\nSTRINGTABLE BEGIN 1 \"b\" END\n", &res), 0);
     EXPECT_TRUE(res.empty());
     ASSERT_EQ(diags.size(), 1u);
     EXPECT_FALSE(diags[0].has_file);

@@ -111,7 +111,7 @@ TEST_F(ScriptExpr, SixteenBitRange) {
         bool warns;
     };
     const Case cases[] = {
-        {"-1", 0xFFFF, false},   {"65535", 0xFFFF, false}, {"65536", 0, true},
+        {"-1", 0xFFFF, false},     {"65535", 0xFFFF, false}, {"65536", 0, true},
         {"-32768", 0x8000, false}, {"-32769", 0x7FFF, true}, {"0x12345", 0x2345, true},
     };
     for (const Case& c : cases) {
@@ -147,8 +147,8 @@ TEST_F(ScriptExpr, StyleListErrors) {
     start("(1 | 2 4");
     EXPECT_EQ(parse_style(0), 3u);
     EXPECT_EQ(token.kind, TK_EOF);
-    EXPECT_EQ(messages(), (std::vector<std::string>{"error: Unknown keyword: 'x'.",
-                                                    "error: Invalid syntax."}));
+    EXPECT_EQ(messages(),
+              (std::vector<std::string>{"error: Unknown keyword: 'x'.", "error: Invalid syntax."}));
 }
 
 TEST_F(ScriptExpr, DeepNestingEndsTheRunInsteadOfTheStack) {

@@ -41,10 +41,18 @@ class ScriptLexer : public FreshLibrary {
         std::vector<std::string> out;
         while (next_token() != TK_EOF) {
             switch (token.kind) {
-            case TK_NAME: out.push_back("name " + text()); break;
-            case TK_STRING: out.push_back("str " + text()); break;
-            case TK_WSTRING: out.push_back("wstr " + text()); break;
-            case TK_HEXSTRING: out.push_back("hex " + text()); break;
+            case TK_NAME:
+                out.push_back("name " + text());
+                break;
+            case TK_STRING:
+                out.push_back("str " + text());
+                break;
+            case TK_WSTRING:
+                out.push_back("wstr " + text());
+                break;
+            case TK_HEXSTRING:
+                out.push_back("hex " + text());
+                break;
             case TK_NUMBER:
                 out.push_back("num " + std::to_string(number_value(token)) +
                               (token.is_long ? "L" : ""));
@@ -82,16 +90,16 @@ TEST_F(ScriptLexer, EveryKeywordInAnyCase) {
         for (int n = 0; n < 3; ++n) ASSERT_EQ(next_token(), kind) << lower;
     }
     lex("accelerators auto3state DialogEx LANGUAGE state3 VXD dialogs dialo vxdx a zzz");
-    EXPECT_EQ(tokens(), (V{"17 accelerators", "22 auto3state", "39 dialogex", "60 language",
-                           "87 state3", "94 vxd", "name dialogs", "name dialo", "name vxdx",
-                           "name a", "name zzz"}));
+    EXPECT_EQ(tokens(),
+              (V{"17 accelerators", "22 auto3state", "39 dialogex", "60 language", "87 state3",
+                 "94 vxd", "name dialogs", "name dialo", "name vxdx", "name a", "name zzz"}));
 }
 
 TEST_F(ScriptLexer, NamesTakeTheExtraCharacters) {
     lex("res/app.ico ..\\icons\\x.ico a!#$%':;<=>[]^_@`b x?y \"q\" a&b /c #x");
-    EXPECT_EQ(tokens(), (V{"name res/app.ico", "name ..\\icons\\x.ico",
-                           "name a!#$%':;<=>[]^_@`b", "name x", "0 ", "name y", "str q",
-                           "name a", "7 &", "name b", "13 /", "name c"}));
+    EXPECT_EQ(tokens(),
+              (V{"name res/app.ico", "name ..\\icons\\x.ico", "name a!#$%':;<=>[]^_@`b", "name x",
+                 "0 ", "name y", "str q", "name a", "7 &", "name b", "13 /", "name c"}));
 }
 
 TEST_F(ScriptLexer, NamesAreCutAfter256Units) {
@@ -111,8 +119,8 @@ TEST_F(ScriptLexer, LStartsANameUnlessAQuoteFollows) {
 TEST_F(ScriptLexer, NumbersWithBasesAndSuffixes) {
     lex("0 7 019 12f 0o17 0O17 0x1G 0X1f 10UL 10l 10u 10U 4294967296 4294967295 0x");
     EXPECT_EQ(tokens(), (V{"num 0", "num 7", "num 17", "num 135", "num 15", "num 0", "name O17",
-                           "num 1", "name G", "num 31", "num 10", "name L", "num 10L",
-                           "num 10", "num 10", "num 0", "num 4294967295", "num 0"}));
+                           "num 1", "name G", "num 31", "num 10", "name L", "num 10L", "num 10",
+                           "num 10", "num 0", "num 4294967295", "num 0"}));
 }
 
 TEST_F(ScriptLexer, TheLongMarkStaysUntilTheNextNumber) {
@@ -142,7 +150,8 @@ TEST_F(ScriptLexer, StringEscapes) {
 }
 
 TEST_F(ScriptLexer, DoubledQuotesAndJoining) {
-    lex("\"a\"\"b\"\n\"abc\" \t \"def\"\"\" \"\"\n\"x\"\n\"y\" L\"p\" L\"q\" L\"r\"\"s\" \"k\" L\"w\"");
+    lex("\"a\"\"b\"\n\"abc\" \t \"def\"\"\" \"\"\n\"x\"\n\"y\" L\"p\" L\"q\" L\"r\"\"s\" \"k\" "
+        "L\"w\"");
     EXPECT_EQ(tokens(), (V{"str a\"b", "str abcdef\"", "str x", "str y", "wstr p", "wstr q",
                            "wstr r\"s", "str k", "wstr w"}));
 }
@@ -225,7 +234,8 @@ TEST_F(ScriptLexer, TheMarkerFileNameIsBounded) {
 }
 
 TEST_F(ScriptLexer, TokensSpanBlockRefills) {
-    std::string text = "0x1G 10UL L\"ab\" \"cd\"  \"ef\" \\x #line 4 \"k.rc\"\nname\\a.b 'x y' \"\\101\"";
+    std::string text =
+        "0x1G 10UL L\"ab\" \"cd\"  \"ef\" \\x #line 4 \"k.rc\"\nname\\a.b 'x y' \"\\101\"";
     lex(text);
     V whole = tokens();
     for (size_t piece : {1u, 2u, 3u, 5u}) {
