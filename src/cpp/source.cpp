@@ -2,6 +2,10 @@
 // that turns each file's encoding into UTF-16, line splices, and the one-time
 // windows.h prelude. Every buffer ends in marker units (27: refill due, 26:
 // end of input), so the lexer never tests a length.
+//
+// Failures to open, decode or read a file use the catalogue's general
+// messages, whose inserts ("%1!d!", "%2") only the script report's formatter
+// expands; the lexer's own messages go through the preprocessor report.
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
@@ -46,10 +50,10 @@ size_t read_utf8(SourceFile* s, size_t room) {
     if (file_read_some(s->file, cpp.staging_utf8, STAGING_BYTES, &got) || got == 0) return 0;
     size_t whole = utf8_valid_prefix(cpp.staging_utf8, got);
     if (whole < got && file_seek(s->file, -static_cast<int64_t>(got - whole), SeekOrigin::current))
-        report_pp(fatal_code(MSG_READ_ERROR));
+        report(fatal_code(MSG_READ_ERROR));
     size_t n = plat_to_utf16(UTF8_CODE_PAGE, reinterpret_cast<const char*>(cpp.staging_utf8),
                              whole, s->end, room);
-    if (n == 0) report_pp(fatal_code(MSG_CONVERSION_FAILED), static_cast<int>(UTF8_CODE_PAGE));
+    if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), UTF8_CODE_PAGE);
     return n;
 }
 
@@ -58,7 +62,7 @@ size_t read_code_page(SourceFile* s, size_t room) {
     if (file_read_some(s->file, cpp.staging_cp, STAGING_BYTES, &got) || got == 0) return 0;
     uint32_t cp = compile_state.code_page;
     size_t n = plat_to_utf16(cp, reinterpret_cast<const char*>(cpp.staging_cp), got, s->end, room);
-    if (n == 0) report_pp(fatal_code(MSG_CONVERSION_FAILED), cp);
+    if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), cp);
     return n;
 }
 
@@ -112,14 +116,14 @@ SourceFile* pushSource(const char16_t* name, const char16_t* text) {
         cpp.source = s->previous;
         delete s;
         if (e == ERR_FILE_NOT_FOUND || e == ERR_PATH_NOT_FOUND)
-            report_pp(fatal_code(cpp.source ? MSG_INCLUDE_NOT_FOUND : MSG_FILE_NOT_FOUND), name);
-        report_pp(fatal_system_code(e), name);
+            report(fatal_code(cpp.source ? MSG_INCLUDE_NOT_FOUND : MSG_FILE_NOT_FOUND), name);
+        report(fatal_system_code(e), name);
     }
     s->file = f;
     SourceEncoding e = detectEncoding(f);
     s->encoding = e;
     if (e == EncodingUtf16BE || e == EncodingUtf32LE || e == EncodingUtf32BE)
-        report_pp(fatal_code(MSG_UNSUPPORTED_ENCODING), name, encoding_word(e));
+        report(fatal_code(MSG_UNSUPPORTED_ENCODING), name, encoding_word(e));
     return s;
 }
 

@@ -13,6 +13,7 @@
 #include <unistd.h>
 #endif
 
+#include "api/lifecycle.h"
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 #include "diag/report.h"
@@ -57,6 +58,37 @@ std::string PpTest::pp_export(const std::string& script, int32_t* result) {
     return std::string(bytes.begin(), bytes.end());
 }
 
+namespace {
+PpTest* attached = nullptr;
+} // namespace
+
+void PpTest::reattach() {
+    tarn::library_detach();
+    tarn::library_attach(nullptr);
+    attached = this;
+    set_error_function_w(
+        [](int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
+            Diagnostic d;
+            d.severity = severity;
+            d.has_file = file != nullptr;
+            if (file) d.file = u8(file);
+            d.line = line;
+            d.text = u8(text);
+            attached->diags.push_back(d);
+        },
+        0);
+}
+
+void PpTest::reload() {
+    FreshLibrary::TearDown();
+    FreshLibrary::SetUp();
+    diags.clear();
+}
+
+std::string PpTest::marker(int line) const {
+    return "#line " + std::to_string(line) + " \"" + path_of("input.rc").string() + "\"\n";
+}
+
 std::vector<std::string> PpTest::texts() const {
     std::vector<std::string> t;
     for (const Diagnostic& d : diags) t.push_back(d.text);
@@ -86,7 +118,9 @@ std::string PpTest::lex(const std::u16string& text) {
     std::string out;
     for (const PpToken* tp = row.row.base; tp < row.row.last; ++tp) {
         if (!out.empty()) out += ' ';
-        out += std::to_string(tp->type) + ":" + u8(std::u16string(tp->text, tp->len));
+        out += std::to_string(tp->type) + ":";
+        if (tp->wslen) out += "(" + std::to_string(tp->wslen) + ")";
+        out += u8(std::u16string(tp->text, tp->len));
     }
     return out;
 }

@@ -19,13 +19,22 @@ class PpTest : public FreshLibrary {
     std::string pp_file(const std::filesystem::path& file, bool* ok = nullptr);
     // Through the export, capturing standard output; `result` is its return.
     std::string pp_export(const std::string& script, int32_t* result = nullptr);
+    // A just-loaded library again (and a new temporary folder), for a second
+    // run: a loaded library serves one.
+    void reload();
+    // A just-loaded library in the same folder (the include list is made
+    // at load, from the current directory and the environment).
+    void reattach();
+    // The first line marker of input.rc.
+    std::string marker(int line) const;
     // The texts of the diagnostics so far, one per entry.
     std::vector<std::string> texts() const;
     // The number of diagnostics whose text contains `part`.
     size_t count(const std::string& part) const;
     // The text without line markers ("#line n ..." lines).
     static std::string body(const std::string& text);
-    // The tokens of one line lexed from a text input, as "kind:text" words.
+    // The tokens of one line lexed from a text input, as "kind:text" words,
+    // "kind:(n)text" for a token with n units of white space in front.
     static std::string lex(const std::u16string& text);
 };
 
