@@ -177,6 +177,9 @@ size_t gatherArgs(TokenRow* row, size_t at, const Symbol* sym, Args* args) {
             return 0;
         }
         if (tp->type == PP_NEWLINE) { // a call across lines becomes one line
+            // The next line is read while its newline still stands in front,
+            // so that an end of input right after it is no missing newline.
+            if (i + 1 >= rowlen(row)) lexLine(row, false);
             eraseTokens(row, i, 1);
             needspace = true;
             continue;

@@ -14,11 +14,12 @@ namespace {
 
 const char16_t NEWLINE_TEXT[] = u"\n";
 
-// Kinds that never run into a neighbour, so need no blank around them.
+// Kinds that never run into a neighbour.
 bool stands_apart(uint8_t kind) {
     switch (kind) {
     case PP_END:
     case PP_NEWLINE:
+    case PP_OPEN_COMMENT:
     case K_SBRA:
     case K_KET:
     case K_LP:
@@ -29,6 +30,29 @@ bool stands_apart(uint8_t kind) {
     case K_CKET: return true;
     default: return false;
     }
+}
+
+bool word_unit(char16_t c) {
+    return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') ||
+           c == u'_' || c == u'$' || c > 127;
+}
+
+// Whether the two tokens, written next to each other, would be read back
+// as other tokens; only then does expansion put a blank between them.
+bool would_merge(const PpToken& a, const PpToken& b) {
+    if (stands_apart(a.type) || stands_apart(b.type) || !a.len || !b.len) return false;
+    char16_t x = a.text[a.len - 1], y = b.text[0];
+    if (word_unit(x) && word_unit(y)) return true;
+    if (a.type == PP_NUMBER && (y == u'.' || ((x == u'e' || x == u'E') && (y == u'+' || y == u'-'))))
+        return true;
+    if (x == u'.' && (y == u'.' || (y >= u'0' && y <= u'9'))) return true;
+    if (a.type == PP_NAME && a.len == 1 && x == u'L' && (y == u'"' || y == u'\'')) return true;
+    static constexpr char16_t PAIRS[][3] = {u"++", u"+=", u"--", u"-=", u"->", u"<<", u"<=",
+                                            u">>", u">=", u"==", u"!=", u"&&", u"&=", u"||",
+                                            u"|=", u"##", u"%=", u"*=", u"/=", u"^=", u"//", u"/*"};
+    for (const auto& p : PAIRS)
+        if (p[0] == x && p[1] == y) return true;
+    return false;
 }
 
 // One blank unit in front of the token's text, copying the text when it has
@@ -49,12 +73,12 @@ void blank_in_front(PpToken* tp) {
 void separateToken(TokenRow* row, size_t at) {
     if (at >= rowlen(row)) return;
     PpToken* tp = row->base + at;
-    bool apart = stands_apart(tp->type) || at == 0 || stands_apart(tp[-1].type);
+    bool needed = at > 0 && would_merge(tp[-1], *tp);
     if (tp->wslen) {
-        if ((tp->flag & FLAG_INSERTED_SPACE) && apart) tp->wslen = 0;
+        if ((tp->flag & FLAG_INSERTED_SPACE) && !needed) tp->wslen = 0;
         return;
     }
-    if (apart) return;
+    if (!needed) return;
     blank_in_front(tp);
     tp->flag |= FLAG_INSERTED_SPACE;
 }
@@ -80,10 +104,10 @@ void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_
     std::memmove(base + at + count, base + at + n, (len - at - n) * sizeof(PpToken));
     if (count) std::memcpy(base + at, src, count * sizeof(PpToken));
     row->last = base + newlen;
-    if (count) {
-        if (spaced) giveSpace(base + at);
-        else separateToken(row, at);
-    }
+    // The white space in front of what was replaced goes to what replaces
+    // it, or to the token after an empty replacement.
+    if (spaced && at + count < newlen) giveSpace(base + at);
+    else if (count) separateToken(row, at);
     separateToken(row, at + count);
 }
 

@@ -90,13 +90,14 @@ struct ScopedRow {
 };
 
 void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to); // dst made here
-// Replaces n tokens at index `at` by the tokens of src and keeps the tokens
-// apart: the first inserted token gets real white space when `spaced`, else
-// a separating blank where needed; so does the token after the insertion.
+// Replaces n tokens at index `at` by the tokens of src; `spaced`: white
+// space stood in front of the replaced tokens, and goes to the first token
+// after the replacement. Blanks are added where tokens would run together.
 void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_t count,
                    bool spaced);
 void eraseTokens(TokenRow* row, size_t at, size_t n);
-// The blank that keeps a token apart from the one before it, if it needs one.
+// The blank (flag bit 0) that keeps a token apart from the one before it,
+// if the two would otherwise be read as other tokens; an unneeded one goes.
 void separateToken(TokenRow* row, size_t at);
 // One unit of real white space in front of the token.
 void giveSpace(PpToken* tp);
