@@ -234,10 +234,11 @@ void build_lexer_table() {
             for (int c = 0; c < 256; ++c)
                 if (in_class(cls, c)) table[t.state][c] = t.target;
         }
+    constexpr int BACKSLASH = '\\';
     for (auto& row : table) {
-        int16_t e = row['\\'];
+        int16_t e = row[BACKSLASH];
         int v = e >= 0 ? e : ~e;
-        row['\\'] = static_cast<int16_t>(~(v | SPLICE_CHECK));
+        row[BACKSLASH] = static_cast<int16_t>(~(v | SPLICE_CHECK));
         row[BufferEndMark] = act(PP_END, A_REFILL);
         if (row[InputEndMark] >= 0) row[InputEndMark] = act(PP_END, A_END);
     }

@@ -18,13 +18,13 @@ TEST_F(Directives, HandledDirectivesLeaveEmptyLines) {
 TEST_F(Directives, ElifChain) {
     std::string script = "#if 0\na\n#elif 1\nb\n#elif 1\nc\n#else\nd\n#endif\n"
                          "#if 0\ne\n#elif 0\nf\n#else\ng\n#endif\n";
-    EXPECT_EQ(body(pp(script)), "\n\n\nb\n" + std::string(10, '\n') + "g\n\n");
+    EXPECT_EQ(body(pp(script)), std::string("\n\n\nb\n").append(10, '\n').append("g\n\n"));
 }
 
 TEST_F(Directives, NestingLimit) {
     std::string open, close;
     for (int i = 0; i < 31; ++i) open += "#if 1\n", close += "#endif\n";
-    EXPECT_EQ(body(pp(open + "x\n" + close)), std::string(31, '\n') + "x\n" + std::string(31, '\n'));
+    EXPECT_EQ(body(pp(open + "x\n" + close)), std::string(31, '\n').append("x\n").append(31, '\n'));
     EXPECT_TRUE(diags.empty());
     reload();
     bool ok = true;
@@ -61,7 +61,7 @@ TEST_F(Directives, ElseAndEndifErrors) {
     // Those that find no #if stay as written; the others act all the same.
     std::string script = "#else\n#endif\n#elif 1\n#if 1\n#else junk\n#else\n#elif 1\n#endif\n"
                          "#if 1\n#endif junk\n";
-    EXPECT_EQ(body(pp(script)), "#else\n#endif\n#elif 1\n" + std::string(7, '\n'));
+    EXPECT_EQ(body(pp(script)), std::string("#else\n#endif\n#elif 1\n").append(7, '\n'));
     EXPECT_EQ(texts(),
               (std::vector<std::string>{"error: #else with no #if.\r\n", "error: #endif with no #if.\r\n",
                                         "error: #elif with no #if.\r\n", "error: Syntax error in #else.\r\n",

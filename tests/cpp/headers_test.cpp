@@ -29,14 +29,12 @@ class Headers : public PpTest {
         const char* old = std::getenv("include");
         had_include_ = old != nullptr;
         if (old) saved_include_ = old;
-        setenv("include", MINGW_INCLUDE, 1);
+        set_env("include", MINGW_INCLUDE);
+        changed_ = true;
 #endif
     }
     void TearDown() override {
-#ifndef _WIN32
-        if (had_include_) setenv("include", saved_include_.c_str(), 1);
-        else unsetenv("include");
-#endif
+        if (changed_) set_env("include", had_include_ ? saved_include_.c_str() : nullptr);
         PpTest::TearDown();
     }
 
@@ -51,6 +49,7 @@ class Headers : public PpTest {
         return body(pp(script));
     }
 
+    bool changed_ = false;
     bool had_include_ = false;
     std::string saved_include_;
 };
@@ -63,7 +62,7 @@ TEST_F(Headers, WindowsH) {
 
 TEST_F(Headers, ResourceHeaders) {
     for (const char* h : {"winver.h", "winresrc.h", "dlgs.h"}) {
-        std::string out = run("#include <" + std::string(h) + ">\nend\n");
+        std::string out = run(std::string("#include <").append(h).append(">\nend\n"));
         EXPECT_TRUE(diags.empty()) << h << ": " << diags[0].file << "(" << diags[0].line
                                    << "): " << diags[0].text;
         EXPECT_NE(out.find("end\n"), std::string::npos) << h;

@@ -26,7 +26,15 @@ struct InFolder {
 class Include : public PpTest {
   protected:
     std::string line_of(const std::filesystem::path& p, int line) const {
-        return "#line " + std::to_string(line) + " \"" + p.string() + "\"\n";
+        return std::string("#line ").append(std::to_string(line)).append(" \"").append(p.string()).append("\"\n");
+    }
+    // fN.h includes fN+1.h.
+    void write_chain_link(int n) {
+        std::string text = "#include \"f";
+        text += std::to_string(n + 1) + ".h\"\n";
+        std::string name = "f";
+        name += std::to_string(n) + ".h";
+        write_file(name, text);
     }
     std::string joined(const std::filesystem::path& dir, const std::string& name) const {
         return dir.string() + "\\" + name; // the search joins with a backslash
@@ -86,10 +94,12 @@ TEST_F(Include, AngledNamesSkipTheIncludersFolderAndDot) {
 TEST_F(Include, EnvironmentFoldersAndTheirRemoval) {
     std::filesystem::path std_dir = std::filesystem::temp_directory_path() / "tarn-env-include";
     std::filesystem::create_directories(std_dir);
-    { std::ofstream(std_dir / "s.h") << "from_std\n"; }
+    { std::ofstream(std_dir / "s.h", std::ios::binary) << "from_std\n"; }
     const char* old = std::getenv("include");
     std::string saved = old ? old : "";
-    setenv("include", (";" + std_dir.string() + ";;").c_str(), 1); // empty parts are skipped
+    std::string value = ";";
+    value += std_dir.string() + ";;"; // empty parts are skipped
+    set_env("include", value.c_str());
     reattach();
     EXPECT_EQ(body(pp("#include <s.h>\n")), "from_std\n");
     reattach();
@@ -97,8 +107,7 @@ TEST_F(Include, EnvironmentFoldersAndTheirRemoval) {
     bool ok = true;
     pp("#include <s.h>\n", &ok);
     EXPECT_FALSE(ok);
-    if (old) setenv("include", saved.c_str(), 1);
-    else unsetenv("include");
+    set_env("include", old ? saved.c_str() : nullptr);
     std::filesystem::remove_all(std_dir);
 }
 
@@ -124,14 +133,12 @@ TEST_F(Include, SyntaxErrors) {
 
 TEST_F(Include, DepthLimit) {
     // 100 nested includes are allowed; the 101st is fatal.
-    for (int i = 0; i < 100; ++i)
-        write_file("f" + std::to_string(i) + ".h", "#include \"f" + std::to_string(i + 1) + ".h\"\n");
+    for (int i = 0; i < 100; ++i) write_chain_link(i);
     write_file("f100.h", "deep\n");
     EXPECT_EQ(body(pp("#include \"f1.h\"\n")), "deep\n");
     EXPECT_TRUE(diags.empty());
     reload();
-    for (int i = 0; i <= 100; ++i)
-        write_file("f" + std::to_string(i) + ".h", "#include \"f" + std::to_string(i + 1) + ".h\"\n");
+    for (int i = 0; i <= 100; ++i) write_chain_link(i);
     bool ok = true;
     pp("#include \"f0.h\"\n", &ok);
     EXPECT_FALSE(ok);

@@ -67,9 +67,8 @@ TEST_F(Lexer, TextInputEndingInACommentGivesTheOpenCommentToken) {
 TEST_F(Lexer, FileEndingInACommentIsWarnedAndClosed) {
     // The comment stands as one blank before the end of the input; the line
     // lacks its newline, and the marker counts the comment's two.
-    std::string marker = "#line 1 \"" + path_of("input.rc").string() + "\"\n";
-    std::string after = "#line 4 \"" + path_of("input.rc").string() + "\"\n";
-    EXPECT_EQ(pp("a\nb /* open\n\n"), marker + "a\nb " + after);
+    std::string after = marker(4);
+    EXPECT_EQ(pp("a\nb /* open\n\n"), marker(1) + "a\nb " + after);
     EXPECT_EQ(texts(), (std::vector<std::string>{"warning: End of file inside comment.\r\n",
                                                  "warning: No newline at end of file.\r\n"}));
 }

@@ -117,7 +117,13 @@ TEST_F(Macros, EndOfFileInArgumentList) {
 
 TEST_F(Macros, ThirtyTwoArgumentsAreFatal) {
     std::string params = "a0", args = "0";
-    for (int i = 1; i < 32; ++i) params += ",a" + std::to_string(i), args += "," + std::to_string(i);
+    for (int i = 1; i < 32; ++i) {
+        std::string n = std::to_string(i);
+        params += ",a";
+        params += n;
+        args += ",";
+        args += n;
+    }
     bool ok = true;
     pp("#define f(" + params + ") a31\nf(" + args + ")\n", &ok);
     EXPECT_FALSE(ok);

@@ -33,7 +33,7 @@ TEST_F(Output, PullInPieces) {
 TEST_F(Output, LongInputIsPulledWhole) {
     // Many pulls of 4,096 units, with the output buffer refilled in between.
     std::string text;
-    for (int i = 0; i < 20000; ++i) text += "line " + std::to_string(i) + " text\n";
+    for (int i = 0; i < 20000; ++i) text.append("line ").append(std::to_string(i)).append(" text\n");
     EXPECT_EQ(pp(text), marker(1) + text);
 }
 
@@ -54,7 +54,7 @@ TEST_F(Output, EndToEndThroughStandardOutput) {
                                 "#if TWICE(3) == 6\nSTRINGTABLE { 1, \"a\\\n b\" }\n#endif\n",
                                 &result);
     EXPECT_EQ(result, 1);
-    std::string inc = "#line 1 \"" + dir_.string() + "\\inc.h\"\n";
+    std::string inc = std::string("#line 1 \"").append(dir_.string()).append("\\inc.h\"\n");
     EXPECT_EQ(out, marker(1) + inc + "\nint f(void);\n" + marker(2) +
                        "1 ICON \"app.ico\"\n\nSTRINGTABLE { 1, \"a b\" }\n" + marker(6) + "\n");
     EXPECT_TRUE(diags.empty());

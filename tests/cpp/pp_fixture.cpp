@@ -1,6 +1,7 @@
 #include "cpp/pp_fixture.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sstream>
 
@@ -20,6 +21,15 @@
 #include <tarn/tarn.h>
 
 namespace tarn_test {
+
+void set_env(const char* name, const char* value) {
+#ifdef _WIN32
+    _putenv_s(name, value ? value : "");
+#else
+    if (value) setenv(name, value, 1);
+    else unsetenv(name);
+#endif
+}
 
 std::string PpTest::pp(const std::string& script, bool* ok) {
     return pp_file(write_file("input.rc", script), ok);
@@ -86,7 +96,11 @@ void PpTest::reload() {
 }
 
 std::string PpTest::marker(int line) const {
-    return "#line " + std::to_string(line) + " \"" + path_of("input.rc").string() + "\"\n";
+    return std::string("#line ")
+        .append(std::to_string(line))
+        .append(" \"")
+        .append(path_of("input.rc").string())
+        .append("\"\n");
 }
 
 std::vector<std::string> PpTest::texts() const {
@@ -119,7 +133,7 @@ std::string PpTest::lex(const std::u16string& text) {
     for (const PpToken* tp = row.row.base; tp < row.row.last; ++tp) {
         if (!out.empty()) out += ' ';
         out += std::to_string(tp->type) + ":";
-        if (tp->wslen) out += "(" + std::to_string(tp->wslen) + ")";
+        if (tp->wslen) out.append("(").append(std::to_string(tp->wslen)).append(")");
         out += u8(std::u16string(tp->text, tp->len));
     }
     return out;

@@ -38,4 +38,7 @@ class PpTest : public FreshLibrary {
     static std::string lex(const std::u16string& text);
 };
 
+// Sets (value non-null) or removes an environment variable.
+void set_env(const char* name, const char* value);
+
 } // namespace tarn_test
