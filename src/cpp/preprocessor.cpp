@@ -16,11 +16,11 @@ namespace {
 
 constexpr size_t MAIN_ROW_TOKENS = 3;
 
-// Pops a pseudo-source on every path out of a scope.
+// Pops what was pushed above `below` on every path out of a scope.
 struct SourceScope {
-    SourceFile* pushed;
+    SourceFile* below;
     ~SourceScope() {
-        while (cpp.source && cpp.source != pushed->previous) popSource();
+        while (cpp.source && cpp.source != below) popSource();
     }
 };
 
@@ -59,7 +59,8 @@ void cpp_run_setup(const char16_t* input) {
 void cpp_run_finish() { popSource(); }
 
 void define_from_text(const char16_t* text, int kind) {
-    SourceScope scope{pushSource(u"<cmdarg>", text)};
+    SourceScope scope{cpp.source};
+    pushSource(u"<cmdarg>", text);
     ScopedRow row(MAIN_ROW_TOKENS);
     lexLine(&row.row, true);
     defineFromArgument(&row.row, kind);
