@@ -1,2 +1,195 @@
-// tarn: the command-line driver, a host of the library.
-int main() { return 0; }
+// tarn: the command-line driver, a host of the library. It parses its
+// options, hands them to the library's exports, compiles (or preprocesses)
+// one script and prints what the library reports; --dump lists a compiled
+// resource file instead.
+#include <tarn/tarn.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "console.h"
+#include "dump.h"
+#include "makerule.h"
+#include "messages.h"
+#include "options.h"
+#include "utf.h"
+
+#ifdef _WIN32
+#define TARN_HOST_EXPORT
+#else
+#define TARN_HOST_EXPORT __attribute__((visibility("default")))
+#endif
+
+// The version the library's __TARN__ reports: 8.0. On Windows the program's
+// version resource gives it; elsewhere the library finds this symbol.
+extern "C" TARN_HOST_EXPORT const uint32_t tarn_host_file_version = 0x00080000;
+
+using namespace tarn_driver;
+
+namespace {
+
+constexpr int EXIT_OK = 0;
+constexpr int EXIT_FAILED = 1;
+constexpr int EXIT_USAGE = 2;
+constexpr uint32_t DEFAULT_LANGUAGE = 0x409;
+
+std::atomic<bool> abort_requested{false};
+
+void print(Stream stream, std::u16string_view line) {
+    console_write(stream, std::u16string(line) + u"\n");
+}
+
+void on_interrupt() {
+    abort_requested.store(true);
+    set_abort_flag();
+}
+
+void on_error(int32_t, const char16_t* file, uint32_t line, const char16_t* text) {
+    print(Stream::err, diagnostic_line(file, line, text));
+}
+
+void on_info(const char16_t* text) {
+    print(Stream::out, as_lines(text));
+}
+
+void print_banner() {
+    print(Stream::out, message(MSG_BANNER));
+    print(Stream::out, message(MSG_BANNER2));
+}
+
+void print_usage() {
+    print_banner();
+    print(Stream::out, u"");
+    print(Stream::out, message(MSG_USAGE_SYNTAX, {u"tarn", u".rc"}));
+    print(Stream::out, message(MSG_USAGE_OPTIONS));
+    for (uint32_t n = MSG_OPTION_FIRST; n <= MSG_OPTION_LAST; ++n) {
+        if (n == MSG_OPTION_C)
+            print(Stream::out, message(n, {default_code_page()}));
+        else if (n == MSG_OPTION_FO || n == MSG_OPTION_R)
+            print(Stream::out, message(n, {u".res"}));
+        else if (n == MSG_OPTION_L)
+            print(Stream::out, message(n, {DEFAULT_LANGUAGE}));
+        else
+            print(Stream::out, message(n));
+    }
+}
+
+int usage_error(const Options& o) {
+    using Problem = Options::Problem;
+    if (o.problem == Problem::unknown_option)
+        print(Stream::err, message(MSG_UNKNOWN_OPTION, {o.offending}));
+    else if (o.problem == Problem::bad_language)
+        print(Stream::err, message(MSG_INVALID_LANGUAGE, {o.bad_value}));
+    else if (o.problem == Problem::bad_code_page)
+        print(Stream::err, message(MSG_INVALID_CODEPAGE, {o.bad_value}));
+    else
+        print_usage();
+    return EXIT_USAGE;
+}
+
+int dump(const Options& o) {
+    std::string name = to_utf8(o.input);
+    std::error_code ec;
+    std::ifstream in(std::filesystem::path(o.input), std::ios::binary);
+    if (!in || !std::filesystem::is_regular_file(std::filesystem::path(o.input), ec)) {
+        print(Stream::err, from_utf8(cat({"tarn: ", name, ": cannot read the file"})));
+        return EXIT_FAILED;
+    }
+    std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(in), {});
+    ResFile res = parse_res(bytes);
+    if (!res.ok) {
+        char offset[32];
+        std::snprintf(offset, sizeof offset, "0x%llX",
+                      static_cast<unsigned long long>(res.error_offset));
+        print(Stream::err, from_utf8(cat({"tarn: ", name, ": malformed resource file: ", res.why,
+                                          " at offset ", offset})));
+        return EXIT_FAILED;
+    }
+    size_t n = res.entries.size();
+    std::string title =
+        cat({name, ": ", std::to_string(n), n == 1 ? " resource\n" : " resources\n"});
+    console_write(Stream::out, from_utf8(title + format_listing(res, bytes, o.dump_hex)));
+    return EXIT_OK;
+}
+
+// Hands the options to the library; false after a bad code page.
+bool configure(const Options& o) {
+    set_error_function_w(on_error, o.make_rule ? 1 : 0);
+    if (o.verbose) set_information_function_w(on_info);
+    if (o.code_page_given && !set_codepage(o.code_page)) {
+        print(Stream::err, message(MSG_INVALID_CODEPAGE, {o.code_page}));
+        return false;
+    }
+    if (o.language_given) set_language(o.language);
+    if (o.null_append) set_null_append_for_strings();
+    if (o.no_standard_includes) delete_standard_include_paths();
+    for (const std::u16string& path : o.include_paths) add_include_path_w(path.c_str());
+    for (const SymbolAction& s : o.symbols) {
+        if (s.define)
+            define_symbol_w(s.text.c_str());
+        else
+            undefine_symbol_w(s.text.c_str());
+    }
+    return true;
+}
+
+int32_t collect_path(const char16_t* path, uint64_t context) {
+    reinterpret_cast<std::vector<std::u16string>*>(uintptr_t(context))->emplace_back(path);
+    return 1;
+}
+
+int32_t collect_file(const char16_t*, const char16_t*, uint16_t, const char16_t* path,
+                     uint64_t context) {
+    return collect_path(path, context);
+}
+
+void print_make_rule(const Options& o) {
+    std::vector<std::u16string> deps;
+    uint64_t context = uint64_t(reinterpret_cast<uintptr_t>(&deps));
+    enum_include_info_w(collect_path, context);
+    enum_file_info_w(collect_file, context);
+    print(Stream::out, make_rule(o.output, o.input, deps));
+}
+
+int compile(const Options& o) {
+    if (o.verbose) print_banner();
+    if (!configure(o)) return EXIT_USAGE;
+    catch_interrupt(on_interrupt);
+    int32_t ok = 0;
+    if (o.preprocess_only)
+        ok = preprocess_script_w(o.input.c_str());
+    else if (o.make_rule)
+        ok = compile_script_w(o.input.c_str(), nullptr); // rule only, no .res
+    else
+        ok = compile_script_w(o.input.c_str(), o.output.c_str());
+    if (!ok) {
+        if (abort_requested.load()) print(Stream::err, message(MSG_ABORTED, {o.input}));
+        return EXIT_FAILED;
+    }
+    if (o.make_rule && !o.preprocess_only) print_make_rule(o);
+    return EXIT_OK;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options o = parse_options(command_line(argc, argv), slash_starts_option());
+    switch (o.action) {
+    case Action::help:
+        print_usage();
+        return EXIT_OK;
+    case Action::version:
+        print_banner();
+        return EXIT_OK;
+    case Action::usage_error:
+        return usage_error(o);
+    case Action::dump:
+        return dump(o);
+    case Action::compile:
+        return compile(o);
+    }
+    return EXIT_USAGE;
+}

@@ -13,8 +13,9 @@ inline bool is_separator(char16_t c) { return c == u'\\' || c == u'/'; }
 // name alone when it is absolute (leading separator or drive colon) or dir
 // is empty; else dir, then name's components ("." skipped, ".." drops the
 // last component, others appended after one "\"). Returns the length of out
-// before the components were added, or 0 when a component starts with "."
-// but is neither "." nor "..": callers take 0 for "not found".
+// before the components were added (the name's length when it stands
+// alone), or 0 when a component starts with "." but is neither "." nor ".."
+// or when the result does not fit: callers take 0 for "not found".
 size_t path_join(char16_t* out, size_t size, const char16_t* dir, const char16_t* name);
 
 // 1 when something exists under the path (see plat_exists).

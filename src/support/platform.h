@@ -17,9 +17,11 @@ namespace tarn {
 constexpr uint32_t ERR_FILE_NOT_FOUND = 2;
 constexpr uint32_t ERR_PATH_NOT_FOUND = 3;
 constexpr uint32_t ERR_ACCESS_DENIED = 5;
+constexpr uint32_t ERR_INVALID_HANDLE = 6; // also: any file call given a null handle
 constexpr uint32_t ERR_OUT_OF_MEMORY = 14;
 constexpr uint32_t ERR_WRITE_FAULT = 29;
 constexpr uint32_t ERR_READ_FAULT = 30;
+constexpr uint32_t ERR_SHARING_VIOLATION = 32;
 constexpr uint32_t ERR_HANDLE_EOF = 38;
 constexpr uint32_t ERR_NO_UNICODE_TRANSLATION = 1113;
 
@@ -57,9 +59,11 @@ bool plat_getenv(std::u16string_view name, std::u16string* value);
 uint32_t plat_ansi_code_page();
 uint32_t plat_oem_code_page();
 bool plat_valid_code_page(uint32_t code_page);
-// Returns the units written (0 on failure, or when room is too small).
+// Returns the units written (0 on failure, or when room is too small); with
+// `out` null, the units needed.
 size_t plat_to_utf16(uint32_t code_page, const char* bytes, size_t n, char16_t* out, size_t room);
-// Returns the bytes written (0 on failure, or when room is too small).
+// Returns the bytes written (0 on failure, or when room is too small); with
+// `out` null, the bytes needed.
 size_t plat_from_utf16(uint32_t code_page, const char16_t* text, size_t n, char* out, size_t room);
 
 // Character classes of the platform's user-interface services.

@@ -1,0 +1,41 @@
+// The driver's contact with the operating system: its arguments, console
+// output, the user's language, Ctrl-C and the library's message table.
+// console_win.cpp implements it with the Windows API, console_posix.cpp with
+// POSIX.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarn_driver {
+
+enum class Stream { out, err };
+
+// The arguments after the program name, as UTF-16.
+std::vector<std::u16string> command_line(int argc, char** argv);
+
+// Writes text whose line breaks are "\n"; each becomes the platform's line
+// ending. A console gets UTF-16; a pipe or file UTF-8 on POSIX and the
+// console output code page on Windows.
+void console_write(Stream stream, std::u16string_view text);
+
+bool user_language_swedish();
+
+// The code page the library starts with: the system ANSI code page.
+uint32_t default_code_page();
+
+// The raw text of message `id` from the loaded library's message table,
+// when it carries one (Windows only).
+std::optional<std::u16string> library_message(uint32_t id);
+
+// Calls `on_interrupt` on Ctrl-C (from a signal handler or another thread:
+// it must only set flags). A second Ctrl-C ends the program as usual.
+void catch_interrupt(void (*on_interrupt)());
+
+// Whether "/" starts an option as well as "-".
+bool slash_starts_option();
+
+} // namespace tarn_driver

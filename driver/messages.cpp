@@ -1,0 +1,67 @@
+// Message lookup and formatting for the driver.
+#include "messages.h"
+
+#include <span>
+
+#include "console.h"
+
+namespace tarn_driver {
+
+namespace {
+
+bool non_empty(const char* s) {
+    return s && *s;
+}
+
+// The table's text: the library's own table first, so that a localised
+// library speaks for the driver too; else the built-in copy.
+std::u16string raw_message(uint32_t number) {
+    uint32_t id = MESSAGE_ID_BASE | number;
+    if (std::optional<std::u16string> text = library_message(id)) return *text;
+    const char16_t* text = tarn::catalogue_text(id, driver_language());
+    return text ? text : u"";
+}
+
+} // namespace
+
+bool locale_is_swedish(const char* lc_all, const char* lc_messages, const char* lang) {
+    const char* chosen = non_empty(lc_all) ? lc_all : non_empty(lc_messages) ? lc_messages : lang;
+    return non_empty(chosen) && chosen[0] == 's' && chosen[1] == 'v';
+}
+
+tarn::Language driver_language() {
+    static const tarn::Language language =
+        user_language_swedish() ? tarn::Language::swedish : tarn::Language::english;
+    return language;
+}
+
+std::u16string as_lines(std::u16string_view text) {
+    if (text.ends_with(u"\r\n"))
+        text.remove_suffix(2);
+    else if (text.ends_with(u"\n"))
+        text.remove_suffix(1);
+    std::u16string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i)
+        if (!(text[i] == u'\r' && i + 1 < text.size() && text[i + 1] == u'\n')) out += text[i];
+    return out;
+}
+
+std::u16string expand_message(std::u16string_view raw, std::initializer_list<MsgArg> args) {
+    return as_lines(tarn::format_inserts(raw, std::span<const MsgArg>(args.begin(), args.size())));
+}
+
+std::u16string message(uint32_t number, std::initializer_list<MsgArg> args) {
+    return expand_message(raw_message(number), args);
+}
+
+std::u16string diagnostic_line(const char16_t* file, uint32_t line, const char16_t* text) {
+    std::u16string body = as_lines(text ? text : u"");
+    if (!file) return body;
+    std::u16string where = std::u16string(file) + u"(";
+    for (char c : std::to_string(line)) where += char16_t(c);
+    where += u")";
+    return message(MSG_LOCATION, {where}) + body;
+}
+
+} // namespace tarn_driver

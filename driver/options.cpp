@@ -1,0 +1,209 @@
+// Command-line parsing: a table of the option letters and a loop over the
+// arguments. Letters are matched without regard to case; a value is either
+// attached ("-Ipath") or the next argument ("-I path").
+#include "options.h"
+
+#include <string_view>
+
+namespace tarn_driver {
+
+namespace {
+
+using Apply = void (*)(Options&, std::u16string_view value);
+
+struct OptionSpec {
+    std::u16string_view letters; // upper case
+    bool takes_value;
+    Apply apply;
+};
+
+void set_code_page(Options& o, std::u16string_view v) {
+    o.code_page_given = true;
+    if (parse_code_page(v, &o.code_page)) return;
+    o.action = Action::usage_error;
+    o.problem = Options::Problem::bad_code_page;
+    o.bad_value = o.code_page;
+}
+
+void set_language(Options& o, std::u16string_view v) {
+    o.language_given = true;
+    if (parse_language(v, &o.language, &o.bad_value)) return;
+    o.action = Action::usage_error;
+    o.problem = Options::Problem::bad_language;
+}
+
+const OptionSpec OPTIONS[] = {
+    {u"C", true, set_code_page},
+    {u"D", true,
+     [](Options& o, std::u16string_view v) {
+         o.symbols.push_back({true, std::u16string(v)});
+     }},
+    {u"E", false, [](Options& o, std::u16string_view) { o.preprocess_only = true; }},
+    {u"FO", true, [](Options& o, std::u16string_view v) { o.output = v; }},
+    {u"I", true, [](Options& o, std::u16string_view v) { o.include_paths.emplace_back(v); }},
+    {u"L", true, set_language},
+    {u"M", false, [](Options& o, std::u16string_view) { o.make_rule = true; }},
+    {u"N", false, [](Options& o, std::u16string_view) { o.null_append = true; }},
+    {u"R", false, [](Options&, std::u16string_view) {}}, // a .res is what we always make
+    {u"U", true,
+     [](Options& o, std::u16string_view v) {
+         o.symbols.push_back({false, std::u16string(v)});
+     }},
+    {u"V", false, [](Options& o, std::u16string_view) { o.verbose = true; }},
+    {u"X", false, [](Options& o, std::u16string_view) { o.no_standard_includes = true; }},
+};
+
+// The long options, which start with "--" everywhere.
+const struct {
+    std::u16string_view name;
+    Apply apply;
+} LONG_OPTIONS[] = {
+    {u"help", [](Options& o, std::u16string_view) { o.action = Action::help; }},
+    {u"version", [](Options& o, std::u16string_view) { o.action = Action::version; }},
+    {u"dump", [](Options& o, std::u16string_view) { o.action = Action::dump; }},
+    {u"dump-hex",
+     [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
+};
+
+char16_t upper(char16_t c) {
+    return c >= u'a' && c <= u'z' ? char16_t(c - u'a' + u'A') : c;
+}
+
+bool starts_with_letters(std::u16string_view text, std::u16string_view letters) {
+    if (text.size() < letters.size()) return false;
+    for (size_t i = 0; i < letters.size(); ++i)
+        if (upper(text[i]) != letters[i]) return false;
+    return true;
+}
+
+int hex_digit(char16_t c) {
+    if (c >= u'0' && c <= u'9') return c - u'0';
+    if (upper(c) >= u'A' && upper(c) <= u'F') return upper(c) - u'A' + 10;
+    return -1;
+}
+
+void unknown(Options& o, std::u16string_view body) {
+    o.action = Action::usage_error;
+    o.problem = Options::Problem::unknown_option;
+    o.offending = body;
+}
+
+// One option (body = the argument without its "-" or "/"); may take the
+// next argument as its value. Returns false when parsing must stop.
+bool take_option(Options& o, std::u16string_view body, const std::vector<std::u16string>& args,
+                 size_t* i) {
+    if (body == u"?") return o.action = Action::help, false;
+    if (body.starts_with(u"-")) {
+        for (const auto& l : LONG_OPTIONS)
+            if (body.substr(1) == l.name) return l.apply(o, {}), true;
+        return unknown(o, body), false;
+    }
+    for (const OptionSpec& spec : OPTIONS) {
+        if (!starts_with_letters(body, spec.letters)) continue;
+        std::u16string_view rest = body.substr(spec.letters.size());
+        if (!spec.takes_value) {
+            if (!rest.empty()) break;
+            spec.apply(o, {});
+            return true;
+        }
+        if (rest.empty()) {
+            if (*i + 1 >= args.size()) break; // the value is missing
+            rest = args[++*i];
+        }
+        spec.apply(o, rest);
+        return o.action != Action::usage_error;
+    }
+    return unknown(o, body), false;
+}
+
+// Returns false when parsing must stop: there is one input only.
+bool set_input(Options& o, std::u16string_view arg) {
+    if (!o.input.empty()) return o.action = Action::usage_error, false;
+    o.input = arg;
+    return true;
+}
+
+void finish(Options& o) {
+    if (o.action != Action::compile && o.action != Action::dump) return;
+    if (o.input.empty()) {
+        o.action = Action::usage_error;
+        return;
+    }
+    if (o.action == Action::dump) return;
+    if (!has_extension(o.input)) o.input += u".rc";
+    if (o.output.empty()) o.output = with_extension(o.input, u".res");
+}
+
+bool is_separator(char16_t c) {
+    return c == u'/' || c == u'\\';
+}
+
+} // namespace
+
+bool has_extension(std::u16string_view path) {
+    for (size_t i = path.size(); i-- > 0;) {
+        if (is_separator(path[i])) return false;
+        if (path[i] == u'.') return true;
+    }
+    return false;
+}
+
+std::u16string with_extension(std::u16string_view path, std::u16string_view extension) {
+    size_t end = path.size();
+    for (size_t i = path.size(); i-- > 0 && !is_separator(path[i]);)
+        if (path[i] == u'.') {
+            end = i;
+            break;
+        }
+    return std::u16string(path.substr(0, end)) + std::u16string(extension);
+}
+
+bool parse_language(std::u16string_view text, uint16_t* language, uint32_t* shown) {
+    if (text.size() >= 2 && text[0] == u'0' && upper(text[1]) == u'X') text.remove_prefix(2);
+    uint32_t value = 0;
+    bool ok = !text.empty() && text.size() <= 4;
+    for (char16_t c : text) {
+        int d = hex_digit(c);
+        if (d < 0) {
+            ok = false;
+            break;
+        }
+        if (value <= 0xFFFFFFF) value = value * 16 + uint32_t(d);
+    }
+    *shown = value;
+    if (ok) *language = uint16_t(value);
+    return ok;
+}
+
+bool parse_code_page(std::u16string_view text, uint32_t* code_page) {
+    uint32_t value = 0;
+    bool ok = !text.empty();
+    for (char16_t c : text) {
+        if (c < u'0' || c > u'9' || value > (0xFFFFFFFFu - 9) / 10) {
+            ok = false;
+            break;
+        }
+        value = value * 10 + uint32_t(c - u'0');
+    }
+    *code_page = value;
+    return ok;
+}
+
+Options parse_options(const std::vector<std::u16string>& args, bool slash_options) {
+    Options o;
+    if (args.empty()) {
+        o.action = Action::usage_error;
+        return o;
+    }
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::u16string& a = args[i];
+        bool option = a.size() > 1 && (a[0] == u'-' || (slash_options && a[0] == u'/'));
+        bool go_on =
+            option ? take_option(o, std::u16string_view(a).substr(1), args, &i) : set_input(o, a);
+        if (!go_on) return o;
+    }
+    finish(o);
+    return o;
+}
+
+} // namespace tarn_driver

@@ -1,0 +1,56 @@
+// The driver's command line: parsed into a plain record first, applied to
+// the library afterwards, so that parsing can be tested without it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tarn_driver {
+
+enum class Action { compile, help, version, dump, usage_error };
+
+// -D and -U act in command-line order on one symbol table.
+struct SymbolAction {
+    bool define = true;
+    std::u16string text;
+};
+
+struct Options {
+    Action action = Action::compile;
+    std::u16string input;  // ".rc" added when it has no extension
+    std::u16string output; // defaults to the input with ".res"
+    bool code_page_given = false;
+    uint32_t code_page = 0;
+    bool language_given = false;
+    uint16_t language = 0;
+    std::vector<SymbolAction> symbols;
+    std::vector<std::u16string> include_paths;
+    bool preprocess_only = false;      // -E
+    bool make_rule = false;            // -M
+    bool null_append = false;          // -N
+    bool verbose = false;              // -V
+    bool no_standard_includes = false; // -X
+    bool dump_hex = false;             // --dump-hex
+
+    // For Action::usage_error, what to report (none: print the usage).
+    enum class Problem {
+        none,
+        unknown_option,
+        bad_language,
+        bad_code_page
+    } problem = Problem::none;
+    std::u16string offending; // the option as typed, without its "-" or "/"
+    uint32_t bad_value = 0;   // the insert of the language or code-page message
+};
+
+// `slash_options`: whether "/" starts an option too (Windows).
+Options parse_options(const std::vector<std::u16string>& args, bool slash_options);
+
+// Helpers, exposed for the tests.
+bool has_extension(std::u16string_view path);
+std::u16string with_extension(std::u16string_view path, std::u16string_view extension);
+bool parse_language(std::u16string_view text, uint16_t* language, uint32_t* shown);
+bool parse_code_page(std::u16string_view text, uint32_t* code_page);
+
+} // namespace tarn_driver

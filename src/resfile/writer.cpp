@@ -1,0 +1,156 @@
+// The compiled resource (.res) writer. Every byte of the file goes through
+// write_bytes, so the one place that knows about the output handle (and
+// about dependency-collection mode, where a compile may run with no output
+// at all) is here.
+#include "resfile/writer.h"
+
+#include <cassert>
+#include <vector>
+
+#include "api/state.h"
+#include "support/files.h"
+
+namespace tarn {
+
+namespace {
+
+constexpr uint16_t ORDINAL_MARK = 0xFFFF;
+constexpr uint32_t HEADER_FIXED_SIZE = 24; // DataSize, HeaderSize, the 16 attribute bytes
+constexpr uint32_t LEADING_ENTRY_SIZE = 32;
+
+// Dependency collection without an output: writes vanish and succeed.
+bool writes_vanish() {
+    return compile_state.collect_dependencies != 0 && compile_state.output_file == nullptr;
+}
+
+uint32_t write_attributes(const ResourceAttributes& a) {
+    if (uint32_t e = write_u32(a.data_version)) return e;
+    if (uint32_t e = write_u16(a.memory_flags)) return e;
+    if (uint32_t e = write_u16(a.language)) return e;
+    if (uint32_t e = write_u32(a.version)) return e;
+    return write_u32(a.characteristics);
+}
+
+} // namespace
+
+NameOrOrdinal make_ordinal(uint16_t ordinal) {
+    return NameOrOrdinal{std::u16string{char16_t(ORDINAL_MARK), char16_t(ordinal)}};
+}
+
+NameOrOrdinal make_name(std::u16string_view name) {
+    return NameOrOrdinal{std::u16string(name)};
+}
+
+NameOrOrdinal copy_name(const NameOrOrdinal& name) {
+    if (is_ordinal(name)) return make_ordinal(ordinal_of(name));
+    return make_name(name.units);
+}
+
+uint32_t create_output(const char16_t* path) {
+    if (!path) return 0;
+    FileHandle f = nullptr;
+    if (uint32_t e = file_create(path, &f)) return e;
+    compile_state.output_file = f;
+    return 0;
+}
+
+uint32_t write_leading_entry() {
+    // DataSize 0, HeaderSize 32, TYPE and NAME ordinal 0, zero attributes.
+    static const uint8_t entry[LEADING_ENTRY_SIZE] = {
+        0x00, 0x00, 0x00, 0x00, 0x20, 0x00, 0x00, 0x00,
+        0xFF, 0xFF, 0x00, 0x00, 0xFF, 0xFF, 0x00, 0x00,
+    };
+    return write_bytes(entry, sizeof entry);
+}
+
+void close_output() {
+    if (!compile_state.output_file) return;
+    file_close(compile_state.output_file);
+    compile_state.output_file = nullptr;
+}
+
+uint32_t write_bytes(const void* buffer, uint32_t count) {
+    if (writes_vanish()) return 0;
+    return file_write(compile_state.output_file, buffer, count);
+}
+
+uint32_t write_u16(uint16_t v) {
+    const uint8_t bytes[2] = {uint8_t(v), uint8_t(v >> 8)};
+    return write_bytes(bytes, sizeof bytes);
+}
+
+uint32_t write_u32(uint32_t v) {
+    const uint8_t bytes[4] = {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)};
+    return write_bytes(bytes, sizeof bytes);
+}
+
+// The position, or 0 when it cannot be had (it is only ever shown).
+uint32_t output_position() {
+    if (writes_vanish()) return 0;
+    uint32_t position = 0;
+    if (file_position(compile_state.output_file, &position)) return 0;
+    return position;
+}
+
+uint32_t pad_to_4(uint32_t value) {
+    static const uint8_t zeros[3] = {0, 0, 0};
+    uint32_t rest = value % 4;
+    if (rest == 0) return 0;
+    return write_bytes(zeros, 4 - rest);
+}
+
+uint32_t name_size(const NameOrOrdinal& name) {
+    if (is_ordinal(name)) return 4;
+    return 2 * (uint32_t(name.units.size()) + 1);
+}
+
+// One write for the whole name: its units little-endian, then the
+// terminator of the string form.
+uint32_t write_name(const NameOrOrdinal& name) {
+    const char16_t ordinal[2] = {char16_t(ORDINAL_MARK), char16_t(ordinal_of(name))};
+    std::u16string_view units = is_ordinal(name) ? std::u16string_view(ordinal, 2) : name.units;
+    std::vector<uint8_t> bytes;
+    bytes.reserve(name_size(name));
+    for (char16_t unit : units) {
+        bytes.push_back(uint8_t(unit));
+        bytes.push_back(uint8_t(unit >> 8));
+    }
+    if (!is_ordinal(name)) bytes.insert(bytes.end(), 2, 0);
+    assert(bytes.size() == name_size(name));
+    return write_bytes(bytes.data(), uint32_t(bytes.size()));
+}
+
+uint32_t header_size(const NameOrOrdinal& type, const NameOrOrdinal& name) {
+    uint32_t size = name_size(type) + name_size(name) + HEADER_FIXED_SIZE;
+    assert(size % 2 == 0);
+    return size % 4 ? size + 2 : size;
+}
+
+uint32_t write_resource_header(uint32_t data_size, const ResourceAttributes& attributes,
+                               const NameOrOrdinal& type, const NameOrOrdinal& name) {
+    uint32_t unpadded = 8 + name_size(type) + name_size(name);
+    if (uint32_t e = write_u32(data_size)) return e;
+    if (uint32_t e = write_u32(header_size(type, name))) return e;
+    if (uint32_t e = write_name(type)) return e;
+    if (uint32_t e = write_name(name)) return e;
+    if (uint32_t e = pad_to_4(unpadded)) return e;
+    return write_attributes(attributes);
+}
+
+uint32_t copy_file_rest(FileHandle input) {
+    if (writes_vanish()) return 0;
+    uint32_t size = 0, position = 0;
+    if (uint32_t e = file_size(input, &size)) return e;
+    if (uint32_t e = file_position(input, &position)) return e;
+    uint32_t remaining = size > position ? size - position : 0;
+    uint8_t buffer[COPY_BUFFER_SIZE];
+    while (remaining > 0) {
+        uint32_t n = remaining < COPY_BUFFER_SIZE ? remaining : COPY_BUFFER_SIZE;
+        if (uint32_t e = file_read(input, buffer, n)) return e;
+        if (uint32_t e = write_bytes(buffer, n)) return e;
+        remaining -= n;
+    }
+    return 0;
+}
+
+} // namespace tarn

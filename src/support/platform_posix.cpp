@@ -1,0 +1,399 @@
+// The platform layer on POSIX: files, names, environment, console, clock,
+// host version and user language. Scripts are written for Windows, so names
+// take "\" as a separator and are matched without regard to letter case
+// when the exact spelling is missing; errors are Windows error numbers.
+// Code pages and character classes are in codepage_posix.cpp, the system's
+// error texts in sysmsg_posix.cpp.
+#include "support/platform.h"
+
+#include "support/text.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace tarn {
+
+namespace {
+
+// Windows error numbers that errno values map to, beyond platform.h's.
+constexpr uint32_t ERR_TOO_MANY_OPEN_FILES = 4;
+constexpr uint32_t ERR_WRITE_PROTECT = 19;
+constexpr uint32_t ERR_NOT_READY = 21;
+constexpr uint32_t ERR_GEN_FAILURE = 31;
+constexpr uint32_t ERR_FILE_EXISTS = 80;
+constexpr uint32_t ERR_INVALID_PARAMETER = 87;
+constexpr uint32_t ERR_BROKEN_PIPE = 109;
+constexpr uint32_t ERR_DISK_FULL = 112;
+constexpr uint32_t ERR_NEGATIVE_SEEK = 131;
+constexpr uint32_t ERR_SEEK_ON_DEVICE = 132;
+constexpr uint32_t ERR_FILENAME_TOO_LONG = 206;
+constexpr uint32_t ERR_FILE_TOO_LARGE = 223;
+constexpr uint32_t ERR_CANT_RESOLVE_FILENAME = 1921;
+
+struct ErrnoMapping {
+    int errno_value;
+    uint32_t error;
+};
+
+// ENOENT is not here: whether it is 2 or 3 depends on the path.
+constexpr ErrnoMapping ERRNO_MAP[] = {
+    {EACCES, ERR_ACCESS_DENIED},
+    {EPERM, ERR_ACCESS_DENIED},
+    {EISDIR, ERR_ACCESS_DENIED},
+    {ENOTDIR, ERR_PATH_NOT_FOUND},
+    {ENOMEM, ERR_OUT_OF_MEMORY},
+    {EEXIST, ERR_FILE_EXISTS},
+    {EMFILE, ERR_TOO_MANY_OPEN_FILES},
+    {ENFILE, ERR_TOO_MANY_OPEN_FILES},
+    {ENOSPC, ERR_DISK_FULL},
+    {EDQUOT, ERR_DISK_FULL},
+    {EROFS, ERR_WRITE_PROTECT},
+    {ENAMETOOLONG, ERR_FILENAME_TOO_LONG},
+    {EINVAL, ERR_INVALID_PARAMETER},
+    {EBADF, ERR_INVALID_HANDLE},
+    {EBUSY, ERR_SHARING_VIOLATION},
+    {ETXTBSY, ERR_SHARING_VIOLATION},
+    {ELOOP, ERR_CANT_RESOLVE_FILENAME},
+    {EFBIG, ERR_FILE_TOO_LARGE},
+    {EOVERFLOW, ERR_FILE_TOO_LARGE},
+    {ESPIPE, ERR_SEEK_ON_DEVICE},
+    {EPIPE, ERR_BROKEN_PIPE},
+    {ENXIO, ERR_NOT_READY},
+    {ENODEV, ERR_NOT_READY},
+    {EILSEQ, ERR_NO_UNICODE_TRANSLATION},
+};
+
+// `fallback` serves EIO and anything unlisted: the read or write fault of
+// the operation, or the general device failure.
+uint32_t error_from_errno(int e, uint32_t fallback) {
+    for (const ErrnoMapping& m : ERRNO_MAP)
+        if (m.errno_value == e) return m.error;
+    return fallback;
+}
+
+// A file handle is the descriptor plus one, so that descriptor 0 is not null.
+FileHandle handle_of(int fd) {
+    return reinterpret_cast<FileHandle>(static_cast<intptr_t>(fd) + 1);
+}
+int fd_of(FileHandle f) {
+    return static_cast<int>(reinterpret_cast<intptr_t>(f) - 1);
+}
+
+bool entry_exists(const std::string& path) {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+bool is_directory(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Names compare as Windows compares them: unit by unit after CharUpperW.
+std::u16string folded(std::string_view name) {
+    std::u16string s = utf8_to_utf16(name);
+    for (char16_t& c : s) c = plat_upper(c);
+    return s;
+}
+
+// The entry of `dir` whose name matches `name` in any letter case; when
+// several do, the first in byte order, so that the choice is stable.
+bool find_case_variant(const std::string& dir, const std::string& name, std::string* found) {
+    DIR* d = opendir(dir.empty() ? "." : dir.c_str());
+    if (!d) return false;
+    std::u16string want = folded(name);
+    bool any = false;
+    while (dirent* e = readdir(d)) {
+        std::string entry = e->d_name;
+        if (folded(entry) != want || (any && entry >= *found)) continue;
+        *found = entry;
+        any = true;
+    }
+    closedir(d);
+    return any;
+}
+
+// The native spelling of a script's path: "/" for "\", and each component
+// that is missing as written replaced by an entry differing only in case.
+std::string resolve_native(const char16_t* path) {
+    std::string p = path ? utf16_to_utf8(path) : std::string();
+    for (char& c : p)
+        if (c == '\\') c = '/';
+    if (p.empty() || entry_exists(p)) return p;
+    std::string out;
+    size_t i = 0;
+    bool searching = true;
+    while (i < p.size()) {
+        if (p[i] == '/') {
+            out += p[i++];
+            continue;
+        }
+        size_t end = p.find('/', i);
+        if (end == std::string::npos) end = p.size();
+        std::string name = p.substr(i, end - i);
+        i = end;
+        if (searching && name != "." && name != ".." && !entry_exists(out + name)) {
+            std::string variant;
+            if (find_case_variant(out, name, &variant))
+                name = variant;
+            else
+                searching = false; // nothing below a missing component exists
+        }
+        out += name;
+    }
+    return out;
+}
+
+// ENOENT is "file not found" when the folder exists, else "path not found".
+uint32_t missing_error(const std::string& native) {
+    size_t slash = native.find_last_of('/');
+    if (slash == std::string::npos) return ERR_FILE_NOT_FOUND;
+    std::string dir = slash == 0 ? "/" : native.substr(0, slash);
+    return is_directory(dir) ? ERR_FILE_NOT_FOUND : ERR_PATH_NOT_FOUND;
+}
+
+uint32_t name_error(int e, const std::string& native) {
+    if (e == ENOENT) return native.empty() ? ERR_PATH_NOT_FOUND : missing_error(native);
+    return error_from_errno(e, ERR_GEN_FAILURE);
+}
+
+// Windows' sharing rules, with a lock per open file: readers share, a
+// created file is shared with nobody. The file is cut to empty only once
+// the lock is held, so a refused create leaves it as it was.
+uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
+    *out = nullptr;
+    std::string native = resolve_native(path);
+    if (native.empty()) return ERR_PATH_NOT_FOUND;
+    int flags = create ? O_RDWR | O_CREAT : O_RDONLY;
+    int fd;
+    do fd = open(native.c_str(), flags | O_CLOEXEC, 0666);
+    while (fd < 0 && errno == EINTR);
+    if (fd < 0) return name_error(errno, native);
+    uint32_t e = 0;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode))
+        e = ERR_ACCESS_DENIED; // no folder as a file
+    else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        e = ERR_SHARING_VIOLATION;
+    else if (create && ftruncate(fd, 0) != 0)
+        e = error_from_errno(errno, ERR_WRITE_FAULT);
+    if (e) {
+        close(fd);
+        return e;
+    }
+    *out = handle_of(fd);
+    return 0;
+}
+
+std::u16string from_native(const std::string& s) {
+    return utf8_to_utf16(s);
+}
+
+// "." and ".." taken out lexically, as Windows makes a path full.
+std::string normalised(const std::string& absolute) {
+    std::vector<std::string> parts;
+    size_t i = 0;
+    while (i < absolute.size()) {
+        size_t end = absolute.find('/', i);
+        if (end == std::string::npos) end = absolute.size();
+        std::string part = absolute.substr(i, end - i);
+        i = end + 1;
+        if (part.empty() || part == ".") continue;
+        if (part == "..") {
+            if (!parts.empty()) parts.pop_back();
+            continue;
+        }
+        parts.push_back(part);
+    }
+    std::string out;
+    for (const std::string& part : parts) out += "/" + part;
+    return out.empty() ? "/" : out;
+}
+
+std::string current_directory_native() {
+    std::vector<char> buffer(256);
+    while (!getcwd(buffer.data(), buffer.size())) {
+        if (errno != ERANGE) return std::string();
+        buffer.resize(buffer.size() * 2);
+    }
+    return buffer.data();
+}
+
+constexpr const char* WEEKDAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+} // namespace
+
+uint32_t plat_open_read(const char16_t* path, FileHandle* out) {
+    return open_native(path, false, out);
+}
+
+uint32_t plat_create(const char16_t* path, FileHandle* out) {
+    return open_native(path, true, out);
+}
+
+uint32_t plat_read(FileHandle f, void* buffer, uint32_t n, uint32_t* got) {
+    if (got) *got = 0;
+    if (!f) return ERR_INVALID_HANDLE;
+    uint32_t total = 0;
+    while (total < n) {
+        ssize_t r = read(fd_of(f), static_cast<char*>(buffer) + total, n - total);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) return error_from_errno(errno, ERR_READ_FAULT);
+        if (r == 0) break;
+        total += static_cast<uint32_t>(r);
+    }
+    if (got) *got = total;
+    return 0;
+}
+
+uint32_t plat_write(FileHandle f, const void* buffer, uint32_t n, uint32_t* put) {
+    if (put) *put = 0;
+    if (!f) return ERR_INVALID_HANDLE;
+    uint32_t total = 0;
+    while (total < n) {
+        ssize_t r = write(fd_of(f), static_cast<const char*>(buffer) + total, n - total);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) return error_from_errno(errno, ERR_WRITE_FAULT);
+        if (r == 0) break;
+        total += static_cast<uint32_t>(r);
+    }
+    if (put) *put = total;
+    return 0;
+}
+
+uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* position) {
+    if (!f) return ERR_INVALID_HANDLE;
+    int whence = SEEK_END;
+    if (origin == SeekOrigin::begin) whence = SEEK_SET;
+    if (origin == SeekOrigin::current) whence = SEEK_CUR;
+    off_t at = lseek(fd_of(f), static_cast<off_t>(offset), whence);
+    if (at < 0)
+        return errno == EINVAL ? ERR_NEGATIVE_SEEK : error_from_errno(errno, ERR_GEN_FAILURE);
+    if (position) *position = static_cast<uint32_t>(at);
+    return 0;
+}
+
+uint32_t plat_size(FileHandle f, uint32_t* size) {
+    if (!f) return ERR_INVALID_HANDLE;
+    struct stat st;
+    if (fstat(fd_of(f), &st) != 0) return error_from_errno(errno, ERR_GEN_FAILURE);
+    *size = static_cast<uint32_t>(st.st_size); // the low 32 bits, as GetFileSize gives
+    return 0;
+}
+
+void plat_close(FileHandle f) {
+    if (f) close(fd_of(f));
+}
+
+uint32_t plat_delete(const char16_t* path) {
+    std::string native = resolve_native(path);
+    if (native.empty()) return ERR_PATH_NOT_FOUND;
+    if (unlink(native.c_str()) != 0) return name_error(errno, native);
+    return 0;
+}
+
+bool plat_exists(const char16_t* path) {
+    std::string native = resolve_native(path);
+    return !native.empty() && entry_exists(native);
+}
+
+std::u16string plat_resolve(const char16_t* path) {
+    return from_native(resolve_native(path));
+}
+
+std::u16string plat_absolute(const char16_t* path) {
+    std::string native = resolve_native(path);
+    if (native.empty()) return std::u16string();
+    if (native[0] != '/') {
+        std::string cwd = current_directory_native();
+        if (cwd.empty()) return std::u16string();
+        native = cwd + "/" + native;
+    }
+    return from_native(normalised(native));
+}
+
+std::u16string plat_current_directory() {
+    return from_native(current_directory_native());
+}
+
+bool plat_getenv(std::u16string_view name, std::u16string* value) {
+    std::string wanted = utf16_to_utf8(name);
+    const char* inexact = nullptr;
+    for (char** e = environ; e && *e; ++e) {
+        const char* eq = std::strchr(*e, '=');
+        if (!eq) continue;
+        std::string_view entry_name(*e, static_cast<size_t>(eq - *e));
+        if (entry_name == wanted) { // the exact spelling wins
+            *value = utf8_to_utf16(eq + 1);
+            return true;
+        }
+        if (!inexact && equal_ignore_case(utf8_to_utf16(entry_name), name)) inexact = eq + 1;
+    }
+    if (!inexact) return false;
+    *value = utf8_to_utf16(inexact);
+    return true;
+}
+
+uint32_t console_write(int handle, std::u16string_view text) {
+    if (handle != 1 && handle != 2) return ERR_INVALID_HANDLE;
+    if (text.empty()) return 0;
+    std::string bytes = utf16_to_utf8(text);
+    if (bytes.empty()) return ERR_NO_UNICODE_TRANSLATION;
+    size_t total = 0;
+    while (total < bytes.size()) {
+        ssize_t r = write(handle, bytes.data() + total, bytes.size() - total);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) return error_from_errno(errno, ERR_WRITE_FAULT);
+        if (r == 0) return ERR_WRITE_FAULT;
+        total += static_cast<size_t>(r);
+    }
+    return 0;
+}
+
+int64_t time_now() {
+    return static_cast<int64_t>(std::time(nullptr));
+}
+
+std::string time_text(int64_t t) {
+    time_t tt = static_cast<time_t>(t);
+    struct tm tm;
+    if (!localtime_r(&tt, &tm)) return std::string();
+    char text[64];
+    std::snprintf(text, sizeof text, "%.3s %.3s%3d %.2d:%.2d:%.2d %d\n", WEEKDAYS[tm.tm_wday],
+                  MONTHS[tm.tm_mon], tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+                  tm.tm_year + 1900);
+    return text;
+}
+
+uint32_t host_version() {
+    void* program = dlopen(nullptr, RTLD_LAZY);
+    if (!program) return 0;
+    const void* symbol = dlsym(program, "tarn_host_file_version");
+    uint32_t version = symbol ? *static_cast<const uint32_t*>(symbol) : 0;
+    dlclose(program);
+    return version;
+}
+
+bool plat_user_language_swedish() {
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* v = std::getenv(name);
+        if (v && *v) return v[0] == 's' && v[1] == 'v';
+    }
+    return false;
+}
+
+} // namespace tarn

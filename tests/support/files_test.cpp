@@ -1,0 +1,206 @@
+// File services: signatures, exact reads and writes, Windows error numbers,
+// and names given with "\" in any letter case.
+#include "support/files.h"
+#include "support/paths.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+using namespace tarn;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::atomic<unsigned> folder_counter{0};
+
+// A fresh folder per case, named as a script would name it: with "\".
+class FileTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() /
+               ("tarn-support-" + std::to_string(folder_counter++) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override {
+        std::error_code ec;
+        fs::remove_all(dir_, ec);
+    }
+    void write(const std::string& name, const std::string& bytes) {
+        fs::path p = dir_ / fs::path(std::u8string(name.begin(), name.end())); // UTF-8 names
+        fs::create_directories(p.parent_path());
+        std::ofstream(p, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+    }
+    std::u16string script_path(const std::u16string& name) const {
+        std::u16string p = dir_.u16string() + u"\\" + name;
+        for (char16_t& c : p)
+            if (c == u'/') c = u'\\';
+        return p;
+    }
+    std::string read_all(const std::u16string& name) {
+        FileHandle f = nullptr;
+        if (file_open_read(script_path(name).c_str(), &f)) return "<open failed>";
+        ScopedFile closer(f);
+        char buffer[256];
+        uint32_t got = 0;
+        if (file_read_some(f, buffer, sizeof buffer, &got)) return "<read failed>";
+        return std::string(buffer, got);
+    }
+
+    fs::path dir_;
+};
+
+} // namespace
+
+TEST_F(FileTest, SignaturesAndThePositionAfterThem) {
+    struct Case {
+        std::string bytes;
+        SignatureEncoding encoding;
+        uint32_t position;
+    } cases[] = {
+        {std::string("\xFF\xFE\0\0", 4), SIG_UTF32LE, 4},
+        {std::string("\0\0\xFE\xFF", 4), SIG_UTF32BE, 4},
+        {"\xEF\xBB\xBFxy", SIG_UTF8, 3},
+        {"\xEF\xBB\xBF", SIG_UTF8, 3},
+        {std::string("\xFF\xFEx\0", 4), SIG_UTF16LE, 2},
+        {std::string("\xFF\xFE\0", 3), SIG_UTF16LE, 2}, // three bytes: no UTF-32 test
+        {"\xFF\xFE", SIG_UTF16LE, 2},
+        {std::string("\xFE\xFF\0x", 4), SIG_UTF16BE, 2},
+        {"\xEF\xBBx", SIG_NONE, 0},
+        {"\xFF", SIG_NONE, 0},
+        {"abcd", SIG_NONE, 0},
+        {"", SIG_NONE, 0},
+    };
+    for (const Case& c : cases) {
+        write("sig.txt", c.bytes);
+        FileHandle f = nullptr;
+        ASSERT_EQ(file_open_read(script_path(u"sig.txt").c_str(), &f), 0u);
+        ScopedFile closer(f);
+        EXPECT_EQ(detect_signature(f), c.encoding) << testing::PrintToString(c.bytes);
+        uint32_t at = 99;
+        EXPECT_EQ(file_position(f, &at), 0u);
+        EXPECT_EQ(at, c.position) << testing::PrintToString(c.bytes);
+    }
+    EXPECT_EQ(detect_signature(nullptr), SIG_READ_FAILED);
+}
+
+TEST_F(FileTest, Utf8FileIsReadFromItsFourthByte) {
+    write("u8.rc", "\xEF\xBB\xBF"
+                   "1 RCDATA");
+    FileHandle f = nullptr;
+    ASSERT_EQ(file_open_read(script_path(u"u8.rc").c_str(), &f), 0u);
+    ScopedFile closer(f);
+    ASSERT_EQ(detect_signature(f), SIG_UTF8);
+    char first = 0;
+    EXPECT_EQ(file_read(f, &first, 1), 0u);
+    EXPECT_EQ(first, '1');
+}
+
+TEST_F(FileTest, ReadsAndWritesAreExact) {
+    std::u16string name = script_path(u"out.bin");
+    FileHandle f = nullptr;
+    ASSERT_EQ(file_create(name.c_str(), &f), 0u);
+    ScopedFile closer(f);
+    EXPECT_EQ(file_write(f, "hello", 5), 0u);
+    uint32_t size = 0, at = 0;
+    EXPECT_EQ(file_size(f, &size), 0u);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(file_seek(f, -2, SeekOrigin::end), 0u);
+    EXPECT_EQ(file_position(f, &at), 0u);
+    EXPECT_EQ(at, 3u);
+    char buffer[8] = {};
+    EXPECT_EQ(file_read(f, buffer, 2), 0u);
+    EXPECT_EQ(std::string(buffer, 2), "lo");
+    EXPECT_EQ(file_seek(f, 1, SeekOrigin::begin), 0u);
+    EXPECT_EQ(file_read(f, buffer, 8), ERR_READ_FAULT); // only four remain
+    uint32_t got = 9;
+    EXPECT_EQ(file_read_some(f, buffer, 8, &got), 0u);
+    EXPECT_EQ(got, 0u); // at the end
+    EXPECT_NE(file_seek(f, -10, SeekOrigin::begin), 0u);
+}
+
+TEST_F(FileTest, CreatedFileIsSharedWithNobody) {
+    std::u16string name = script_path(u"out.res");
+    FileHandle out = nullptr, in = nullptr, other = nullptr;
+    ASSERT_EQ(file_create(name.c_str(), &out), 0u);
+    EXPECT_EQ(file_write(out, "data", 4), 0u);
+    EXPECT_EQ(file_open_read(name.c_str(), &in), ERR_SHARING_VIOLATION);
+    EXPECT_EQ(file_create(name.c_str(), &other), ERR_SHARING_VIOLATION);
+    file_close(out);
+    // Readers share with each other, and a refused create leaves the file whole.
+    ASSERT_EQ(file_open_read(name.c_str(), &in), 0u);
+    ScopedFile closer(in);
+    ASSERT_EQ(file_open_read(name.c_str(), &other), 0u);
+    file_close(other);
+    EXPECT_EQ(file_create(name.c_str(), &other), ERR_SHARING_VIOLATION);
+    uint32_t size = 0;
+    EXPECT_EQ(file_size(in, &size), 0u);
+    EXPECT_EQ(size, 4u);
+    file_close(closer.release());
+    // Created again: replaced.
+    ASSERT_EQ(file_create(name.c_str(), &out), 0u);
+    EXPECT_EQ(file_size(out, &size), 0u);
+    EXPECT_EQ(size, 0u);
+    file_close(out);
+}
+
+TEST_F(FileTest, MissingFileAndMissingPathHaveTheirNumbers) {
+    FileHandle f = reinterpret_cast<FileHandle>(1);
+    EXPECT_EQ(file_open_read(script_path(u"missing.rc").c_str(), &f), ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(f, nullptr);
+    EXPECT_EQ(file_open_read(script_path(u"nodir\\missing.rc").c_str(), &f), ERR_PATH_NOT_FOUND);
+    EXPECT_EQ(file_create(script_path(u"nodir\\new.res").c_str(), &f), ERR_PATH_NOT_FOUND);
+    EXPECT_EQ(file_delete(script_path(u"missing.rc").c_str()), ERR_FILE_NOT_FOUND);
+    write("plain.txt", "x");
+    EXPECT_EQ(file_open_read(script_path(u"plain.txt\\x.rc").c_str(), &f), ERR_PATH_NOT_FOUND);
+    EXPECT_FALSE(file_exists(script_path(u"missing.rc").c_str()));
+}
+
+TEST_F(FileTest, FolderIsNoFileToOpen) {
+    fs::create_directories(dir_ / "sub");
+    FileHandle f = nullptr;
+    EXPECT_EQ(file_open_read(script_path(u"sub").c_str(), &f), ERR_ACCESS_DENIED);
+    EXPECT_EQ(file_create(script_path(u"sub").c_str(), &f), ERR_ACCESS_DENIED);
+    EXPECT_TRUE(file_exists(script_path(u"sub").c_str()));
+}
+
+TEST_F(FileTest, NullHandleIsInvalid) {
+    char b[4];
+    uint32_t n = 0;
+    EXPECT_EQ(plat_read(nullptr, b, 4, &n), ERR_INVALID_HANDLE);
+    EXPECT_EQ(plat_write(nullptr, b, 4, &n), ERR_INVALID_HANDLE);
+    EXPECT_EQ(plat_seek(nullptr, 0, SeekOrigin::begin, &n), ERR_INVALID_HANDLE);
+    EXPECT_EQ(plat_size(nullptr, &n), ERR_INVALID_HANDLE);
+    EXPECT_EQ(file_read(nullptr, b, 4), ERR_INVALID_HANDLE);
+    file_close(nullptr);
+}
+
+TEST_F(FileTest, NamesMatchInAnyLetterCase) {
+    write("Include/Sys/Header.H", "found");
+    write("Include/Sys/\xC3\x84pple.h", "latin"); // Äpple
+    EXPECT_TRUE(file_exists(script_path(u"include\\SYS\\header.h").c_str()));
+    EXPECT_TRUE(file_exists(script_path(u"INCLUDE/sys\\Header.h").c_str()));
+    EXPECT_EQ(read_all(u"include\\sys\\HEADER.h"), "found");
+    EXPECT_EQ(read_all(u"include\\sys\\\u00E4PPLE.H"), "latin");
+    EXPECT_FALSE(file_exists(script_path(u"include\\sys\\other.h").c_str()));
+#ifndef _WIN32
+    EXPECT_EQ(plat_resolve(script_path(u"include\\sys\\header.h").c_str()),
+              dir_.u16string() + u"/Include/Sys/Header.H");
+#endif
+}
+
+#ifndef _WIN32
+// Only a case-sensitive file system can hold both spellings.
+TEST_F(FileTest, ExactSpellingIsPreferred) {
+    write("a.h", "lower");
+    write("A.h", "upper");
+    EXPECT_EQ(read_all(u"a.h"), "lower");
+    EXPECT_EQ(read_all(u"A.h"), "upper");
+    EXPECT_EQ(read_all(u"a.H"), "upper"); // the first of the variants in byte order
+}
+#endif
