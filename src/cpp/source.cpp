@@ -3,9 +3,9 @@
 // windows.h prelude. Every buffer ends in marker units (27: refill due, 26:
 // end of input), so the lexer never tests a length.
 //
-// Failures to open, decode or read a file use the catalogue's general
-// messages, whose inserts ("%1!d!", "%2") only the script report's formatter
-// expands; the lexer's own messages go through the preprocessor report.
+// Messages whose inserts only the platform formatter expands ("%1!d!", "%2",
+// a system error's own text) go through the script report; the others
+// through the preprocessor report, which names the file and line at hand.
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
@@ -50,7 +50,7 @@ size_t read_utf8(SourceFile* s, size_t room) {
     if (file_read_some(s->file, cpp.staging_utf8, STAGING_BYTES, &got) || got == 0) return 0;
     size_t whole = utf8_valid_prefix(cpp.staging_utf8, got);
     if (whole < got && file_seek(s->file, -static_cast<int64_t>(got - whole), SeekOrigin::current))
-        report(fatal_code(MSG_READ_ERROR));
+        report_pp(fatal_code(MSG_READ_ERROR));
     size_t n = plat_to_utf16(UTF8_CODE_PAGE, reinterpret_cast<const char*>(cpp.staging_utf8),
                              whole, s->end, room);
     if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), UTF8_CODE_PAGE);
@@ -116,7 +116,7 @@ SourceFile* pushSource(const char16_t* name, const char16_t* text) {
         cpp.source = s->previous;
         delete s;
         if (e == ERR_FILE_NOT_FOUND || e == ERR_PATH_NOT_FOUND)
-            report(fatal_code(cpp.source ? MSG_INCLUDE_NOT_FOUND : MSG_FILE_NOT_FOUND), name);
+            report_pp(fatal_code(cpp.source ? MSG_INCLUDE_NOT_FOUND : MSG_FILE_NOT_FOUND), name);
         report(fatal_system_code(e), name);
     }
     s->file = f;
