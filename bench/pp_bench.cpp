@@ -31,14 +31,18 @@ std::string make_input() {
     std::string s = "#include <windows.h>\n";
     for (int i = 0; i < DEFINES; ++i) {
         switch (i % 4) {
-        case 0: s += "#define IDC_" + std::to_string(i) + " " + std::to_string(1000 + i) + "\n"; break;
-        case 1: s += "#define IDS_" + std::to_string(i) + " (IDC_" + std::to_string(i - 1) + " + 1)\n"; break;
+        case 0:
+            s += "#define IDC_" + std::to_string(i) + " " + std::to_string(1000 + i) + "\n";
+            break;
+        case 1:
+            s += "#define IDS_" + std::to_string(i) + " (IDC_" + std::to_string(i - 1) + " + 1)\n";
+            break;
         case 2:
             s += "#define STYLE_" + std::to_string(i) + " (WS_CHILD | WS_VISIBLE | WS_TABSTOP)\n";
             break;
         default:
-            s += "#define POS_" + std::to_string(i) + "(x, y) (x) * 2 + IDC_" + std::to_string(i - 3) +
-                 ", (y) + 4 /* position */\n";
+            s += "#define POS_" + std::to_string(i) + "(x, y) (x) * 2 + IDC_" +
+                 std::to_string(i - 3) + ", (y) + 4 /* position */\n";
         }
     }
     s += "IDD_MAIN DIALOGEX 0, 0, 300, 200\nBEGIN\n";

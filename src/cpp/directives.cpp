@@ -28,8 +28,10 @@ void do_if(TokenRow* row, uint8_t keyword) {
     open_conditional();
     cpp.ifState[cpp.ifDepth] = 0;
     bool taken = keyword == KW_IF ? evalIf(row) : evalIfdef(row, keyword == KW_IFNDEF);
-    if (taken) cpp.ifState[cpp.ifDepth] = 1;
-    else cpp.skipLevel = cpp.ifDepth;
+    if (taken)
+        cpp.ifState[cpp.ifDepth] = 1;
+    else
+        cpp.skipLevel = cpp.ifDepth;
 }
 
 // False when the line stays as it is (an #elif without #if).
@@ -100,14 +102,18 @@ bool skipped_directive(TokenRow* row, uint8_t value) {
     switch (value) {
     case KW_IF:
     case KW_IFDEF:
-    case KW_IFNDEF: open_conditional(); return true; // nothing is evaluated
+    case KW_IFNDEF:
+        open_conditional();
+        return true; // nothing is evaluated
     case KW_ELIF:
-    case KW_ELSE: return cpp.ifDepth != cpp.skipLevel;
+    case KW_ELSE:
+        return cpp.ifDepth != cpp.skipLevel;
     case KW_ENDIF:
         close_conditional();
         emptyRow(row);
         return true;
-    default: return true;
+    default:
+        return true;
     }
 }
 
@@ -116,8 +122,10 @@ bool skipped_directive(TokenRow* row, uint8_t value) {
 void runDirective(TokenRow* row) {
     PpToken* tp = row->cur;
     if (tp->type != PP_NAME) {
-        if (tp->type == PP_NUMBER) do_line(row, tp);
-        else if (tp->type != PP_NEWLINE) report_pp(error_code(MSG_UNIDENTIFIABLE_CONTROL));
+        if (tp->type == PP_NUMBER)
+            do_line(row, tp);
+        else if (tp->type != PP_NEWLINE)
+            report_pp(error_code(MSG_UNIDENTIFIABLE_CONTROL));
         return;
     }
     const Symbol* sym = lookupSymbol(tp, false);
@@ -132,7 +140,9 @@ void runDirective(TokenRow* row) {
     switch (sym->value) {
     case KW_IF:
     case KW_IFDEF:
-    case KW_IFNDEF: do_if(row, sym->value); break;
+    case KW_IFNDEF:
+        do_if(row, sym->value);
+        break;
     case KW_ELIF:
         if (!do_elif(row)) return;
         break;
@@ -146,16 +156,26 @@ void runDirective(TokenRow* row) {
         doInclude(row);
         row->last = row->cur = row->base; // a line marker follows instead
         return;
-    case KW_DEFINE: defineMacro(row); break;
-    case KW_UNDEF: undefineMacro(row); break;
+    case KW_DEFINE:
+        defineMacro(row);
+        break;
+    case KW_UNDEF:
+        undefineMacro(row);
+        break;
     case KW_LINE:
         expandRow(row, u"<line>");
         do_line(row, row->base + 2);
         return;
-    case KW_ERROR: report_pp(error_code(MSG_ERROR_DIRECTIVE), row); break;
-    case KW_PRAGMA: break;
-    case KW_DEFINED: report_pp(error_code(MSG_BAD_CONTROL_SYNTAX)); break;
-    default: report_pp(fatal_code(MSG_CONTROL_NOT_IMPLEMENTED), tp);
+    case KW_ERROR:
+        report_pp(error_code(MSG_ERROR_DIRECTIVE), row);
+        break;
+    case KW_PRAGMA:
+        break;
+    case KW_DEFINED:
+        report_pp(error_code(MSG_BAD_CONTROL_SYNTAX));
+        break;
+    default:
+        report_pp(fatal_code(MSG_CONTROL_NOT_IMPLEMENTED), tp);
     }
     emptyRow(row);
 }
@@ -187,7 +207,8 @@ int processLines(TokenRow* row) {
             if (s->lineinc > 1) room = writeLineMarker();
         } else {
             if (--cpp.includeDepth < 0) {
-                if (cpp.ifDepth) report_pp(error_code(MSG_UNTERMINATED_IF), cpp.ifLine[cpp.ifDepth]);
+                if (cpp.ifDepth)
+                    report_pp(error_code(MSG_UNTERMINATED_IF), cpp.ifLine[cpp.ifDepth]);
                 return 1;
             }
             if (cpp.source->ifdepth) {

@@ -35,7 +35,9 @@ struct Args {
 };
 
 // White space that stood in the source, not a blank that expansion put there.
-bool real_space(const PpToken* tp) { return tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE); }
+bool real_space(const PpToken* tp) {
+    return tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE);
+}
 
 // ---- Built-in macros
 
@@ -80,7 +82,8 @@ std::u16string builtin_text(const Symbol* sym, uint8_t* kind) {
         t += u'"';
         take(11, 8);
         break;
-    default: report_pp(fatal_code(MSG_UNKNOWN_INTERNAL_MACRO));
+    default:
+        report_pp(fatal_code(MSG_UNKNOWN_INTERNAL_MACRO));
     }
     t += u'"';
     return t;
@@ -108,10 +111,12 @@ void mark_defined(TokenRow* row, size_t at) {
     PpToken* tp = row->base + at;
     size_t left = rowlen(row) - at - 1;
     tp->type = PP_DEFINED;
-    if (left >= 1 && tp[1].type == PP_NAME) tp[1].type = PP_NOEXPAND_NAME;
+    if (left >= 1 && tp[1].type == PP_NAME)
+        tp[1].type = PP_NOEXPAND_NAME;
     else if (left >= 3 && tp[1].type == K_LP && tp[2].type == PP_NAME && tp[3].type == K_RP)
         tp[2].type = PP_NOEXPAND_NAME;
-    else report_pp(error_code(MSG_DEFINED_SYNTAX));
+    else
+        report_pp(error_code(MSG_DEFINED_SYNTAX));
 }
 
 // ---- Arguments
@@ -188,8 +193,10 @@ size_t gatherArgs(TokenRow* row, size_t at, const Symbol* sym, Args* args) {
             giveSpace(tp);
             needspace = false;
         }
-        if (tp->type == K_LP) ++depth;
-        else if (tp->type == K_RP) --depth;
+        if (tp->type == K_LP)
+            ++depth;
+        else if (tp->type == K_RP)
+            --depth;
         ++i;
     }
     size_t close = i - 1, from = open + 1;
@@ -257,7 +264,8 @@ void substitute(const Symbol* sym, TokenRow* work, Args* args) {
                 continue;
             }
             // L#x makes a wide string: nothing may come between L and the quote.
-            bool wide = k > 0 && tp[-1].type == PP_NAME && tp[-1].len == 1 && tp[-1].text[0] == u'L';
+            bool wide =
+                k > 0 && tp[-1].type == PP_NAME && tp[-1].len == 1 && tp[-1].text[0] == u'L';
             bool spaced = !wide && real_space(tp);
             PpToken s = stringize(&args->rows[a]);
             replaceTokens(work, k, 2, &s, 1, spaced);
@@ -271,8 +279,8 @@ void substitute(const Symbol* sym, TokenRow* work, Args* args) {
             continue;
         }
         bool spaced = real_space(tp);
-        bool pasted = (k + 1 < rowlen(work) && tp[1].type == PP_PASTE) ||
-                      (k > 0 && tp[-1].type == PP_PASTE);
+        bool pasted =
+            (k + 1 < rowlen(work) && tp[1].type == PP_PASTE) || (k > 0 && tp[-1].type == PP_PASTE);
         const TokenRow& arg = args->rows[a];
         if (pasted) {
             replaceTokens(work, k, 1, arg.base, rowlen(&arg), spaced);
@@ -412,8 +420,10 @@ void expandRow(TokenRow* row, const char16_t* name) {
             ++i;
             continue;
         }
-        if (sym->flags & SYM_BUILTIN) builtin(row, sym);
-        else expandMacro(row, sym);
+        if (sym->flags & SYM_BUILTIN)
+            builtin(row, sym);
+        else
+            expandMacro(row, sym);
         i = static_cast<size_t>(row->cur - row->base);
     }
     if (name) popSource();

@@ -31,7 +31,8 @@ struct OpInfo {
 struct OpTable {
     OpInfo op[64] = {};
     constexpr OpTable() {
-        for (int k : {int(K_TILDE), int(K_NOT), int(PP_DEFINED), int(PP_NEGATE)}) op[k] = {16, 1, R_UNARY};
+        for (int k : {int(K_TILDE), int(K_NOT), int(PP_DEFINED), int(PP_NEGATE)})
+            op[k] = {16, 1, R_UNARY};
         for (int k : {int(K_STAR), int(K_SLASH), int(K_PCT)}) op[k] = {15, 2, R_ARITH};
         for (int k : {int(K_PLUS), int(K_MINUS)}) op[k] = {14, 2, R_ARITH};
         for (int k : {int(K_LSH), int(K_RSH)}) op[k] = {13, 2, R_SHIFT};
@@ -51,7 +52,9 @@ struct OpTable {
 };
 constexpr OpTable OPS;
 
-const OpInfo& info(int kind) { return OPS.op[kind & 63]; }
+const OpInfo& info(int kind) {
+    return OPS.op[kind & 63];
+}
 
 // One evaluation: the two stacks and whether it failed (with a message).
 struct Eval {
@@ -67,7 +70,9 @@ struct Eval {
     bool syntax() { return fail(error_code(MSG_IFDEF_SYNTAX)); }
 };
 
-int32_t as_signed(uint32_t v) { return static_cast<int32_t>(v); }
+int32_t as_signed(uint32_t v) {
+    return static_cast<int32_t>(v);
+}
 
 int32_t arith_type(const Value& a, const Value& b) {
     if (a.type == UNDEFINED || b.type == UNDEFINED) return UNDEFINED;
@@ -79,12 +84,24 @@ Value relational(int op, const Value& a, const Value& b) {
     auto less = [&](uint32_t x, uint32_t y) { return uns ? x < y : as_signed(x) < as_signed(y); };
     bool r = false;
     switch (op) {
-    case K_EQ: r = a.v == b.v; break;
-    case K_NEQ: r = a.v != b.v; break;
-    case K_LT: r = less(a.v, b.v); break;
-    case K_GT: r = less(b.v, a.v); break;
-    case K_LEQ: r = !less(b.v, a.v); break;
-    case K_GEQ: r = !less(a.v, b.v); break;
+    case K_EQ:
+        r = a.v == b.v;
+        break;
+    case K_NEQ:
+        r = a.v != b.v;
+        break;
+    case K_LT:
+        r = less(a.v, b.v);
+        break;
+    case K_GT:
+        r = less(b.v, a.v);
+        break;
+    case K_LEQ:
+        r = !less(b.v, a.v);
+        break;
+    case K_GEQ:
+        r = !less(a.v, b.v);
+        break;
     }
     bool undefined = a.type == UNDEFINED || b.type == UNDEFINED;
     return {r ? 1u : 0u, undefined ? UNDEFINED : SIGNED};
@@ -108,12 +125,18 @@ Value logical(int op, const Value& a, const Value& b) {
 Value arithmetic(int op, const Value& a, const Value& b) {
     int32_t type = arith_type(a, b);
     switch (op) {
-    case K_STAR: return {a.v * b.v, type};
-    case K_PLUS: return {a.v + b.v, type};
-    case K_MINUS: return {a.v - b.v, type};
-    case K_AND: return {a.v & b.v, type};
-    case K_CIRC: return {a.v ^ b.v, type};
-    case K_OR: return {a.v | b.v, type};
+    case K_STAR:
+        return {a.v * b.v, type};
+    case K_PLUS:
+        return {a.v + b.v, type};
+    case K_MINUS:
+        return {a.v - b.v, type};
+    case K_AND:
+        return {a.v & b.v, type};
+    case K_CIRC:
+        return {a.v ^ b.v, type};
+    case K_OR:
+        return {a.v | b.v, type};
     }
     if (b.v == 0) return {a.v, UNDEFINED}; // the left number stands
     if (type == UNSIGNED) return {op == K_SLASH ? a.v / b.v : a.v % b.v, type};
@@ -124,10 +147,14 @@ Value arithmetic(int op, const Value& a, const Value& b) {
 
 Value unary(int op, const Value& a) {
     switch (op) {
-    case PP_NEGATE: return {0u - a.v, a.type};
-    case K_TILDE: return {~a.v, a.type};
-    case K_NOT: return {a.v == 0 ? 1u : 0u, a.type == UNDEFINED ? UNDEFINED : SIGNED};
-    default: return a; // defined: the operand itself
+    case PP_NEGATE:
+        return {0u - a.v, a.type};
+    case K_TILDE:
+        return {~a.v, a.type};
+    case K_NOT:
+        return {a.v == 0 ? 1u : 0u, a.type == UNDEFINED ? UNDEFINED : SIGNED};
+    default:
+        return a; // defined: the operand itself
     }
 }
 
@@ -148,11 +175,21 @@ bool reduce(Eval& e, int p) {
         Value b = oi.arity == 2 ? pop_value(e) : Value{};
         Value a = oi.arity >= 1 ? pop_value(e) : Value{};
         switch (oi.rule) {
-        case R_UNARY: e.vals.push_back(unary(op, a)); break;
-        case R_ARITH: e.vals.push_back(arithmetic(op, a, b)); break;
-        case R_SHIFT: e.vals.push_back(shift(op, a, b)); break;
-        case R_RELAT: e.vals.push_back(relational(op, a, b)); break;
-        case R_LOGIC: e.vals.push_back(logical(op, a, b)); break;
+        case R_UNARY:
+            e.vals.push_back(unary(op, a));
+            break;
+        case R_ARITH:
+            e.vals.push_back(arithmetic(op, a, b));
+            break;
+        case R_SHIFT:
+            e.vals.push_back(shift(op, a, b));
+            break;
+        case R_RELAT:
+            e.vals.push_back(relational(op, a, b));
+            break;
+        case R_LOGIC:
+            e.vals.push_back(logical(op, a, b));
+            break;
         case R_COND:
             if (op == K_COLON) {
                 if (e.ops.back() != K_QUEST || e.vals.empty())
@@ -163,7 +200,8 @@ bool reduce(Eval& e, int p) {
                 break;
             }
             [[fallthrough]];
-        default: return e.fail(error_code(MSG_EVAL_BOTCH));
+        default:
+            return e.fail(error_code(MSG_EVAL_BOTCH));
         }
     }
     return true;
@@ -196,7 +234,8 @@ Value number_value(const PpToken* tp) {
     }
     if (v.v >= 0x80000000u && base != 10) v.type = UNSIGNED;
     for (; p < end; ++p) {
-        if (*p == u'u' || *p == u'U') v.type = UNSIGNED;
+        if (*p == u'u' || *p == u'U')
+            v.type = UNSIGNED;
         else if (*p != u'l' && *p != u'L') {
             report_pp(error_code(MSG_BAD_NUMBER), tp);
             break;
@@ -207,18 +246,20 @@ Value number_value(const PpToken* tp) {
 
 // One character of a constant after its quote; p is left after it.
 uint32_t char_unit(const char16_t*& p, const char16_t* end) {
-    static constexpr char16_t ESCAPES[][2] = {{u'b', 8},  {u'f', 12}, {u'n', 10},   {u'r', 13},
-                                              {u't', 9},  {u'v', 11}, {u'\'', u'\''}, {u'"', u'"'},
-                                              {u'?', u'?'}, {u'\\', u'\\'}};
+    static constexpr char16_t ESCAPES[][2] = {
+        {u'b', 8},  {u'f', 12},     {u'n', 10},   {u'r', 13},   {u't', 9},
+        {u'v', 11}, {u'\'', u'\''}, {u'"', u'"'}, {u'?', u'?'}, {u'\\', u'\\'}};
     if (*p != u'\\') return *p++;
     ++p;
     uint32_t n = 0;
     if (p < end && *p >= u'0' && *p <= u'7') {
-        for (int i = 0; i < 3 && p < end && *p >= u'0' && *p <= u'7'; ++i) n = n * 8 + (*p++ - u'0');
+        for (int i = 0; i < 3 && p < end && *p >= u'0' && *p <= u'7'; ++i)
+            n = n * 8 + (*p++ - u'0');
         return n;
     }
     if (p < end && *p == u'x') {
-        for (++p; p < end && digit_value(*p) >= 0; ++p) n = n * 16 + static_cast<uint32_t>(digit_value(*p));
+        for (++p; p < end && digit_value(*p) >= 0; ++p)
+            n = n * 16 + static_cast<uint32_t>(digit_value(*p));
         return n;
     }
     char16_t c = p < end ? *p++ : 0;
@@ -237,20 +278,30 @@ Value char_value(const PpToken* tp) {
     }
     ++p; // the quote
     uint32_t n = 0;
-    if (p < end && *p == u'\'') report_pp(error_code(MSG_EMPTY_CHAR_CONST));
-    else if (p < end) n = char_unit(p, end);
-    if (p >= end || *p != u'\'') report_pp(warning_code(MSG_MULTIBYTE_CHAR_CONST));
-    else if (n > 127) report_pp(WARN_CHAR_NOT_SIGNED);
+    if (p < end && *p == u'\'')
+        report_pp(error_code(MSG_EMPTY_CHAR_CONST));
+    else if (p < end)
+        n = char_unit(p, end);
+    if (p >= end || *p != u'\'')
+        report_pp(warning_code(MSG_MULTIBYTE_CHAR_CONST));
+    else if (n > 127)
+        report_pp(WARN_CHAR_NOT_SIGNED);
     return {n, SIGNED};
 }
 
 Value token_value(const PpToken* tp) {
     switch (tp->type) {
-    case PP_NOEXPAND_NAME: return {symbol_is_defined(tp) ? 1u : 0u, SIGNED};
-    case PP_STRING: report_pp(error_code(MSG_STRING_IN_IF)); return {};
-    case PP_NUMBER: return number_value(tp);
-    case PP_CHAR: return char_value(tp);
-    default: return {}; // a name left after expansion is 0
+    case PP_NOEXPAND_NAME:
+        return {symbol_is_defined(tp) ? 1u : 0u, SIGNED};
+    case PP_STRING:
+        report_pp(error_code(MSG_STRING_IN_IF));
+        return {};
+    case PP_NUMBER:
+        return number_value(tp);
+    case PP_CHAR:
+        return char_value(tp);
+    default:
+        return {}; // a name left after expansion is 0
     }
 }
 
@@ -296,8 +347,10 @@ bool walk(Eval& e, const PpToken* tp, const PpToken* end) {
             continue;
         }
         if (!operand && (k == K_AND || k == K_STAR || k == K_PLUS || k == K_MINUS)) {
-            if (k == K_MINUS) e.ops.push_back(PP_NEGATE);
-            else if (k != K_PLUS) return e.fail(error_code(MSG_IF_ILLEGAL_OPERATOR));
+            if (k == K_MINUS)
+                e.ops.push_back(PP_NEGATE);
+            else if (k != K_PLUS)
+                return e.fail(error_code(MSG_IF_ILLEGAL_OPERATOR));
             continue;
         }
         if (!is_binary(k)) {

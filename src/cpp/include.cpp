@@ -35,7 +35,9 @@ bool include_name(TokenRow* row, std::u16string* name, bool* angled) {
     return tp + 2 >= row->last && !name->empty();
 }
 
-bool is_name_start(const PpToken* tp) { return tp->type == PP_STRING || tp->type == K_LT; }
+bool is_name_start(const PpToken* tp) {
+    return tp->type == PP_STRING || tp->type == K_LT;
+}
 
 // dir joined with name, when the result names something that exists.
 bool try_path(const char16_t* dir, const char16_t* name, std::u16string* found) {
@@ -131,17 +133,22 @@ void setup_include_dirs() {
     while (from <= env.size()) {
         size_t to = env.find(u';', from);
         if (to == std::u16string::npos) to = env.size();
-        if (to > from) addIncludeDir(env.substr(from, to - from).c_str(), DIR_ANGLED | DIR_STANDARD, true);
+        if (to > from)
+            addIncludeDir(env.substr(from, to - from).c_str(), DIR_ANGLED | DIR_STANDARD, true);
         from = to + 1;
     }
 }
 
-void add_include_path(const char16_t* path) { addIncludeDir(path, DIR_ANGLED, false); }
+void add_include_path(const char16_t* path) {
+    addIncludeDir(path, DIR_ANGLED, false);
+}
 
 void delete_standard_include_dirs() {
     for (IncludeDir** at = &cpp.includeDirs; *at;) {
-        if ((*at)->kind & DIR_STANDARD) *at = (*at)->next; // arena storage: nothing to free
-        else at = &(*at)->next;
+        if ((*at)->kind & DIR_STANDARD)
+            *at = (*at)->next; // arena storage: nothing to free
+        else
+            at = &(*at)->next;
     }
 }
 

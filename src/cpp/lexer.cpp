@@ -16,9 +16,9 @@ namespace {
 // Actions of negative table entries (~(kind * 128 + action), bit 64: check
 // for a line splice first).
 enum Action : int {
-    A_TAKE = 32,       // the token ends with this unit
-    A_BEFORE = 33,     // the token ends before it
-    A_END = 34,        // end of input
+    A_TAKE = 32,   // the token ends with this unit
+    A_BEFORE = 33, // the token ends before it
+    A_END = 34,    // end of input
     A_NEWLINE = 35,
     A_STRING_END = 36, // end of input in a string or character constant
     A_STRING_NL = 37,  // newline in one
@@ -34,7 +34,9 @@ constexpr int SPLICE_CHECK = 64;
 // Character classes of the transition list.
 enum : int16_t { C_ANY = 256, C_LETTER, C_DIGIT, C_SPACE };
 
-constexpr int16_t act(int kind, int action) { return static_cast<int16_t>(~(kind * 128 + action)); }
+constexpr int16_t act(int kind, int action) {
+    return static_cast<int16_t>(~(kind * 128 + action));
+}
 
 struct Transition {
     uint8_t state;
@@ -176,13 +178,17 @@ constexpr Transition TRANSITIONS[] = {
 
 bool in_class(int16_t cls, int c) {
     switch (cls) {
-    case C_ANY: return true;
-    case C_DIGIT: return c >= '0' && c <= '9';
-    case C_SPACE: return c == ' ' || c == '\t' || c == '\v' || c == '\r';
+    case C_ANY:
+        return true;
+    case C_DIGIT:
+        return c >= '0' && c <= '9';
+    case C_SPACE:
+        return c == ' ' || c == '\t' || c == '\v' || c == '\r';
     case C_LETTER:
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$' ||
                plat_is_alpha(static_cast<char16_t>(c));
-    default: return c == cls;
+    default:
+        return c == cls;
     }
 }
 
@@ -375,8 +381,10 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 // The newline keeps the white space before it, but none that
                 // would reach back into a line comment or a dropped constant;
                 // a carriage return right before it still counts.
-                if (state == 0) tp->wslen += static_cast<uint64_t>(cp - tp->text);
-                else tp->wslen = cp[-1] == u'\r' ? 1 : 0;
+                if (state == 0)
+                    tp->wslen += static_cast<uint64_t>(cp - tp->text);
+                else
+                    tp->wslen = cp[-1] == u'\r' ? 1 : 0;
                 tp->type = PP_NEWLINE;
                 tp->text = cp;
                 tp->len = 1;

@@ -93,7 +93,9 @@ bool read_params(PpToken** at, std::vector<PpToken>* params) {
     return false;
 }
 
-size_t bucket_of(uint32_t hash) { return (hash ^ (hash >> 16)) & (cpp.buckets.size() - 1); }
+size_t bucket_of(uint32_t hash) {
+    return (hash ^ (hash >> 16)) & (cpp.buckets.size() - 1);
+}
 
 // Doubles the buckets, so that chains stay short however many names the
 // headers define.

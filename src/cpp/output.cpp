@@ -21,7 +21,8 @@ int put_tokens(TokenRow* row) {
         // Text that comes straight from one buffer is copied in one piece.
         for (++tp; tp < last && tp->text - tp->wslen == to; ++tp) to = tp->text + tp->len;
         auto n = static_cast<size_t>(to - from);
-        if (cpp.outpos + n >= OUTPUT_UNITS) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
+        if (cpp.outpos + n >= OUTPUT_UNITS)
+            report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
         std::memcpy(cpp.outbuf + cpp.outpos, from, n * sizeof(char16_t));
         cpp.outpos += n;
     }

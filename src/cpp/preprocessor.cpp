@@ -56,7 +56,9 @@ void cpp_run_setup(const char16_t* input) {
     if (!cpp.preprocessDone) writeLineMarker();
 }
 
-void cpp_run_finish() { popSource(); }
+void cpp_run_finish() {
+    popSource();
+}
 
 void define_from_text(const char16_t* text, int kind) {
     SourceScope scope{cpp.source};

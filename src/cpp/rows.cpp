@@ -27,8 +27,10 @@ bool stands_apart(uint8_t kind) {
     case K_COMMA:
     case K_SEMIC:
     case K_CBRA:
-    case K_CKET: return true;
-    default: return false;
+    case K_CKET:
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -43,13 +45,14 @@ bool would_merge(const PpToken& a, const PpToken& b) {
     if (stands_apart(a.type) || stands_apart(b.type) || !a.len || !b.len) return false;
     char16_t x = a.text[a.len - 1], y = b.text[0];
     if (word_unit(x) && word_unit(y)) return true;
-    if (a.type == PP_NUMBER && (y == u'.' || ((x == u'e' || x == u'E') && (y == u'+' || y == u'-'))))
+    if (a.type == PP_NUMBER &&
+        (y == u'.' || ((x == u'e' || x == u'E') && (y == u'+' || y == u'-'))))
         return true;
     if (x == u'.' && (y == u'.' || (y >= u'0' && y <= u'9'))) return true;
     if (a.type == PP_NAME && a.len == 1 && x == u'L' && (y == u'"' || y == u'\'')) return true;
-    static constexpr char16_t PAIRS[][3] = {u"++", u"+=", u"--", u"-=", u"->", u"<<", u"<=",
-                                            u">>", u">=", u"==", u"!=", u"&&", u"&=", u"||",
-                                            u"|=", u"##", u"%=", u"*=", u"/=", u"^=", u"//", u"/*"};
+    static constexpr char16_t PAIRS[][3] = {u"++", u"+=", u"--", u"-=", u"->", u"<<", u"<=", u">>",
+                                            u">=", u"==", u"!=", u"&&", u"&=", u"||", u"|=", u"##",
+                                            u"%=", u"*=", u"/=", u"^=", u"//", u"/*"};
     for (const auto& p : PAIRS)
         if (p[0] == x && p[1] == y) return true;
     return false;
@@ -106,8 +109,10 @@ void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_
     row->last = base + newlen;
     // The white space in front of what was replaced goes to what replaces
     // it, or to the token after an empty replacement.
-    if (spaced && at + count < newlen) giveSpace(base + at);
-    else if (count) separateToken(row, at);
+    if (spaced && at + count < newlen)
+        giveSpace(base + at);
+    else if (count)
+        separateToken(row, at);
     separateToken(row, at + count);
 }
 
@@ -132,8 +137,10 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
     size_t units = 0;
     for (const PpToken* tp = from; tp < to; ++tp) units += tp->len + 1;
     TokenRow* row = cpp.arena.make<TokenRow>();
-    PpToken* tokens = static_cast<PpToken*>(cpp.arena.alloc(std::max<size_t>(n, 1) * sizeof(PpToken)));
-    char16_t* texts = static_cast<char16_t*>(cpp.arena.alloc(std::max<size_t>(units, 1) * sizeof(char16_t)));
+    PpToken* tokens =
+        static_cast<PpToken*>(cpp.arena.alloc(std::max<size_t>(n, 1) * sizeof(PpToken)));
+    char16_t* texts =
+        static_cast<char16_t*>(cpp.arena.alloc(std::max<size_t>(units, 1) * sizeof(char16_t)));
     for (size_t i = 0; i < n; ++i) {
         PpToken t = from[i];
         texts[0] = u' ';

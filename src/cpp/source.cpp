@@ -38,9 +38,12 @@ void put_marks(char16_t* at, char16_t mark) {
 
 const char16_t* encoding_word(SourceEncoding e) {
     switch (e) {
-    case EncodingUtf16BE: return u"UTF-16BE";
-    case EncodingUtf32LE: return u"UTF-32LE";
-    default: return u"UTF-32BE";
+    case EncodingUtf16BE:
+        return u"UTF-16BE";
+    case EncodingUtf32LE:
+        return u"UTF-32LE";
+    default:
+        return u"UTF-32BE";
     }
 }
 
@@ -51,8 +54,8 @@ size_t read_utf8(SourceFile* s, size_t room) {
     size_t whole = utf8_valid_prefix(cpp.staging_utf8, got);
     if (whole < got && file_seek(s->file, -static_cast<int64_t>(got - whole), SeekOrigin::current))
         report_pp(fatal_code(MSG_READ_ERROR));
-    size_t n = plat_to_utf16(UTF8_CODE_PAGE, reinterpret_cast<const char*>(cpp.staging_utf8),
-                             whole, s->end, room);
+    size_t n = plat_to_utf16(UTF8_CODE_PAGE, reinterpret_cast<const char*>(cpp.staging_utf8), whole,
+                             s->end, room);
     if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), UTF8_CODE_PAGE);
     return n;
 }
@@ -146,10 +149,17 @@ int32_t fillbuf(SourceFile* s) {
         if (s->end + FILL_UNITS > limit) report_pp(fatal_code(MSG_INPUT_BUFFER_OVERFLOW));
         size_t room = static_cast<size_t>(limit - s->end);
         switch (s->encoding) {
-        case EncodingUtf16LE: count = read_utf16(s); break;
-        case EncodingCodePage: count = read_code_page(s, room); break;
-        case EncodingUtf8: count = read_utf8(s, room); break;
-        default: report_pp(fatal_code(MSG_INTERNAL_ERROR), u"fillbuf");
+        case EncodingUtf16LE:
+            count = read_utf16(s);
+            break;
+        case EncodingCodePage:
+            count = read_code_page(s, room);
+            break;
+        case EncodingUtf8:
+            count = read_utf8(s, room);
+            break;
+        default:
+            report_pp(fatal_code(MSG_INTERNAL_ERROR), u"fillbuf");
         }
     }
     // A 27 at the cursor ends the input: in a file it was text; in a text
@@ -169,8 +179,10 @@ int foldLineSplice(SourceFile* s) {
     while (s->end - (bs + 1) < 2)
         if (fillbuf(s) == -1) break;
     size_t drop = 0;
-    if (bs[1] == u'\r' && bs[2] == u'\n') drop = 3;
-    else if (bs[1] == u'\n') drop = 2;
+    if (bs[1] == u'\r' && bs[2] == u'\n')
+        drop = 3;
+    else if (bs[1] == u'\n')
+        drop = 2;
     if (!drop) return 0;
     size_t rest = static_cast<size_t>(s->end + MARKER_UNITS - (bs + drop));
     std::memmove(bs, bs + drop, rest * sizeof(char16_t));

@@ -16,6 +16,7 @@
 namespace tarn {
 
 // ---- Token kinds beyond those of tokens.h (numbers fixed by the lexer table)
+// clang-format off
 enum : uint8_t {
     K_EQ = 9, K_NEQ, K_LEQ, K_GEQ, K_LSH, K_RSH, K_LAND, K_LOR,     // 9..16
     K_PPLUS, K_MMINUS, K_ARROW,                                      // 17..19
@@ -26,6 +27,7 @@ enum : uint8_t {
     K_ASPLUS, K_ASMINUS, K_ASSTAR, K_ASSLASH, K_ASPCT, K_ASCIRC,     // 45..50
     K_ASLSH, K_ASRSH, K_ASOR, K_ASAND, K_ELLIPS,                     // 51..55
 };
+// clang-format on
 
 // ---- Sources (source.cpp)
 enum SourceEncoding : int32_t {
@@ -41,17 +43,17 @@ enum SourceEncoding : int32_t {
 constexpr char16_t BufferEndMark = 27; // refill due
 constexpr char16_t InputEndMark = 26;  // the input ends here
 constexpr size_t MARKER_UNITS = 4;
-constexpr size_t INPUT_BUFFER_UNITS = 32768;  // 65,536 bytes of text
-constexpr size_t FILL_UNITS = 4096;           // room one refill needs (8,192 bytes)
+constexpr size_t INPUT_BUFFER_UNITS = 32768; // 65,536 bytes of text
+constexpr size_t FILL_UNITS = 4096;          // room one refill needs (8,192 bytes)
 constexpr size_t STAGING_BYTES = 4096;
-constexpr size_t LINE_COMPACT_AT = 24576;     // three quarters of the buffer
-constexpr size_t COMMENT_COMPACT_AT = 28672;  // seven eighths
+constexpr size_t LINE_COMPACT_AT = 24576;    // three quarters of the buffer
+constexpr size_t COMMENT_COMPACT_AT = 28672; // seven eighths
 
 struct SourceFile {
-    FileHandle file = nullptr;    // null for a text input
+    FileHandle file = nullptr; // null for a text input
     char16_t* buffer = nullptr;
     char16_t* cursor = nullptr;
-    char16_t* end = nullptr;      // markers stand here
+    char16_t* end = nullptr; // markers stand here
     int32_t encoding = EncodingUtf16LE;
     int32_t line = 1;
     int32_t lineinc = 0;
@@ -78,7 +80,9 @@ uint32_t lexLine(TokenRow* row, bool reset);
 constexpr uint8_t FLAG_INSERTED_SPACE = 1;
 constexpr uint8_t FLAG_ROOM = 2;
 
-inline size_t rowlen(const TokenRow* r) { return static_cast<size_t>(r->last - r->base); }
+inline size_t rowlen(const TokenRow* r) {
+    return static_cast<size_t>(r->last - r->base);
+}
 
 // A row freed on every path out of a scope.
 struct ScopedRow {
@@ -117,10 +121,24 @@ enum SymbolFlag : uint8_t {
 };
 
 enum Keyword : uint8_t {
-    KW_IF = 0, KW_IFDEF, KW_IFNDEF, KW_ELIF, KW_ELSE, KW_ENDIF, KW_INCLUDE, KW_DEFINE,
-    KW_UNDEF, KW_LINE, KW_ERROR, KW_PRAGMA,
+    KW_IF = 0,
+    KW_IFDEF,
+    KW_IFNDEF,
+    KW_ELIF,
+    KW_ELSE,
+    KW_ENDIF,
+    KW_INCLUDE,
+    KW_DEFINE,
+    KW_UNDEF,
+    KW_LINE,
+    KW_ERROR,
+    KW_PRAGMA,
     KW_DEFINED = 12, // the value `defined` carries while an #if line is expanded
-    KW_LINE_MACRO = 13, KW_FILE_MACRO, KW_DATE_MACRO, KW_TIME_MACRO, KW_TARN_MACRO,
+    KW_LINE_MACRO = 13,
+    KW_FILE_MACRO,
+    KW_DATE_MACRO,
+    KW_TIME_MACRO,
+    KW_TARN_MACRO,
 };
 constexpr uint8_t KW_DEFINED_IDLE = 2; // the value `defined` has otherwise
 
@@ -161,10 +179,10 @@ uint16_t unionHidesets(uint16_t a, uint16_t b);
 constexpr size_t HIDESET_MAX_MEMBERS = 30;
 
 struct HidesetTable {
-    std::vector<uint32_t> start;           // first member of each set
-    std::vector<const Symbol*> members;    // each set in address order, then null
-    std::vector<uint64_t> hashes;          // of each set
-    std::vector<int32_t> slots;            // open-addressed index of the sets
+    std::vector<uint32_t> start;        // first member of each set
+    std::vector<const Symbol*> members; // each set in address order, then null
+    std::vector<uint64_t> hashes;       // of each set
+    std::vector<int32_t> slots;         // open-addressed index of the sets
 };
 
 // ---- Directives, #include and #if (directives.cpp, include.cpp, ifexpr.cpp)

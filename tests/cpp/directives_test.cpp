@@ -62,11 +62,11 @@ TEST_F(Directives, ElseAndEndifErrors) {
     std::string script = "#else\n#endif\n#elif 1\n#if 1\n#else junk\n#else\n#elif 1\n#endif\n"
                          "#if 1\n#endif junk\n";
     EXPECT_EQ(body(pp(script)), std::string("#else\n#endif\n#elif 1\n").append(7, '\n'));
-    EXPECT_EQ(texts(),
-              (std::vector<std::string>{"error: #else with no #if.\r\n", "error: #endif with no #if.\r\n",
-                                        "error: #elif with no #if.\r\n", "error: Syntax error in #else.\r\n",
-                                        "error: #else after #else.\r\n", "error: #elif after #else.\r\n",
-                                        "warning: Syntax error in #endif.\r\n"}));
+    EXPECT_EQ(texts(), (std::vector<std::string>{
+                           "error: #else with no #if.\r\n", "error: #endif with no #if.\r\n",
+                           "error: #elif with no #if.\r\n", "error: Syntax error in #else.\r\n",
+                           "error: #else after #else.\r\n", "error: #elif after #else.\r\n",
+                           "warning: Syntax error in #endif.\r\n"}));
 }
 
 TEST_F(Directives, ElseJunkStillActsAsElse) {
@@ -94,13 +94,17 @@ TEST_F(Directives, UnterminatedConditional) {
 
 TEST_F(Directives, LineDirective) {
     // The directives themselves are written out, next to the markers.
-    std::string out = pp("#line 7 \"other.rc\"\n__LINE__ __FILE__\n# 20\n__LINE__\n#line 40000\n__LINE__\n");
-    EXPECT_EQ(out, marker(1) + "#line 7 \"other.rc\"\n7 \"other.rc\"\n# 20\n20\n#line 40000\n40000\n");
-    EXPECT_EQ(texts(), std::vector<std::string>{"warning: #line specifies number out of range.\r\n"});
+    std::string out =
+        pp("#line 7 \"other.rc\"\n__LINE__ __FILE__\n# 20\n__LINE__\n#line 40000\n__LINE__\n");
+    EXPECT_EQ(out,
+              marker(1) + "#line 7 \"other.rc\"\n7 \"other.rc\"\n# 20\n20\n#line 40000\n40000\n");
+    EXPECT_EQ(texts(),
+              std::vector<std::string>{"warning: #line specifies number out of range.\r\n"});
 }
 
 TEST_F(Directives, LineDirectiveIsExpandedAndChecked) {
-    std::string out = pp("#define N 12\n#line N\n__LINE__\n#line 5 L\"w\"\n#line x\n#line 3 \"a\" b\n");
+    std::string out =
+        pp("#define N 12\n#line N\n__LINE__\n#line 5 L\"w\"\n#line x\n#line 3 \"a\" b\n");
     EXPECT_EQ(out, marker(1) + "\n#line 12\n12\n#line 5 L\"w\"\n#line x\n#line 3 \"a\" b\n");
     EXPECT_EQ(count("error: Syntax error in #line."), 3u);
 }

@@ -63,8 +63,8 @@ TEST_F(Headers, WindowsH) {
 TEST_F(Headers, ResourceHeaders) {
     for (const char* h : {"winver.h", "winresrc.h", "dlgs.h"}) {
         std::string out = run(std::string("#include <").append(h).append(">\nend\n"));
-        EXPECT_TRUE(diags.empty()) << h << ": " << diags[0].file << "(" << diags[0].line
-                                   << "): " << diags[0].text;
+        EXPECT_TRUE(diags.empty())
+            << h << ": " << diags[0].file << "(" << diags[0].line << "): " << diags[0].text;
         EXPECT_NE(out.find("end\n"), std::string::npos) << h;
     }
 }

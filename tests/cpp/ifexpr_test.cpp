@@ -21,14 +21,14 @@ class IfExpr : public PpTest {
 };
 
 TEST_F(IfExpr, SignedAndUnsigned) {
-    EXPECT_TRUE(holds("0x80000000 > 0"));   // unsigned: not decimal
-    EXPECT_FALSE(holds("2147483648 > 0"));  // decimal stays signed and wraps
-    EXPECT_FALSE(holds("-1 < 0u"));         // unsigned comparison
+    EXPECT_TRUE(holds("0x80000000 > 0"));  // unsigned: not decimal
+    EXPECT_FALSE(holds("2147483648 > 0")); // decimal stays signed and wraps
+    EXPECT_FALSE(holds("-1 < 0u"));        // unsigned comparison
     EXPECT_TRUE(holds("-1 > 0UL"));
     EXPECT_TRUE(holds("0xFFFFFFFF == -1"));
-    EXPECT_TRUE(holds("-8 >> 1 == -4"));    // arithmetic shift
+    EXPECT_TRUE(holds("-8 >> 1 == -4")); // arithmetic shift
     EXPECT_TRUE(holds("0x80000000 >> 31 == 1"));
-    EXPECT_TRUE(holds("1 << 33 == 2"));     // shift count modulo 32
+    EXPECT_TRUE(holds("1 << 33 == 2")); // shift count modulo 32
     EXPECT_TRUE(holds("-7 / 2 == -3 && -7 % 2 == -1"));
     EXPECT_TRUE(holds("0xFFFFFFF9 / 2 == 0x7FFFFFFC"));
     EXPECT_TRUE(diags.empty());
@@ -93,11 +93,14 @@ TEST_F(IfExpr, CharacterConstants) {
 
 TEST_F(IfExpr, CharacterConstantMessages) {
     EXPECT_TRUE(holds("'ab' == 97"));
-    EXPECT_EQ(texts(), std::vector<std::string>{"warning: Multibyte character constant undefined.\r\n"});
+    EXPECT_EQ(texts(),
+              std::vector<std::string>{"warning: Multibyte character constant undefined.\r\n"});
     EXPECT_TRUE(holds("L'a' == 97"));
-    EXPECT_EQ(texts(), std::vector<std::string>{"warning: Wide char constant value undefined.\r\n"});
+    EXPECT_EQ(texts(),
+              std::vector<std::string>{"warning: Wide char constant value undefined.\r\n"});
     EXPECT_TRUE(holds("'\\q' == 0"));
-    EXPECT_EQ(texts(), std::vector<std::string>{"warning: Undefined escape in character constant.\r\n"});
+    EXPECT_EQ(texts(),
+              std::vector<std::string>{"warning: Undefined escape in character constant.\r\n"});
     EXPECT_TRUE(holds("'' == 0"));
     EXPECT_EQ(texts(), std::vector<std::string>{"error: Empty character constant.\r\n"});
 }

@@ -26,7 +26,11 @@ struct InFolder {
 class Include : public PpTest {
   protected:
     std::string line_of(const std::filesystem::path& p, int line) const {
-        return std::string("#line ").append(std::to_string(line)).append(" \"").append(p.string()).append("\"\n");
+        return std::string("#line ")
+            .append(std::to_string(line))
+            .append(" \"")
+            .append(p.string())
+            .append("\"\n");
     }
     // fN.h includes fN+1.h.
     void write_chain_link(int n) {
@@ -44,8 +48,8 @@ class Include : public PpTest {
 TEST_F(Include, MarkersAroundAnInclude) {
     write_file("a.h", "inside\n");
     std::string out = pp("before\n#include \"a.h\"\nafter\n");
-    EXPECT_EQ(out, marker(1) + "before\n" + line_of(joined(dir_, "a.h"), 1) + "inside\n" + marker(3) +
-                       "after\n");
+    EXPECT_EQ(out, marker(1) + "before\n" + line_of(joined(dir_, "a.h"), 1) + "inside\n" +
+                       marker(3) + "after\n");
 }
 
 TEST_F(Include, QuotedNamesSearchTheIncludersFolderFirst) {
@@ -121,12 +125,14 @@ TEST_F(Include, NameFromAMacro) {
     write_file("m.h", "m\n");
     write_file("inc/n.h", "n\n");
     add_include_path_w(wide(path_of("inc")).c_str());
-    EXPECT_EQ(body(pp("#define M \"m.h\"\n#define N <n.h>\n#include M\n#include N\n")), "\n\nm\nn\n");
+    EXPECT_EQ(body(pp("#define M \"m.h\"\n#define N <n.h>\n#include M\n#include N\n")),
+              "\n\nm\nn\n");
 }
 
 TEST_F(Include, SyntaxErrors) {
     write_file("a.h", "a\n");
-    std::string out = pp("#include\n#include a.h\n#include \"a.h\" x\n#include <a.h\n#include \"\"\n");
+    std::string out =
+        pp("#include\n#include a.h\n#include \"a.h\" x\n#include <a.h\n#include \"\"\n");
     EXPECT_EQ(out, marker(1));
     EXPECT_EQ(count("error: Syntax error in #include."), 5u);
 }

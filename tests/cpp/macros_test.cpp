@@ -166,8 +166,9 @@ TEST_F(Macros, BuiltIns) {
     std::string escaped = std::regex_replace(file, std::regex(R"(\\)"), R"(\\)");
     EXPECT_EQ(out.substr(0, out.find('\n')), "1 \"" + escaped + "\"");
     std::string second = out.substr(out.find('\n') + 1);
-    EXPECT_TRUE(std::regex_match(second, std::regex(
-        R"("[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{4}" "[0-9]{2}:[0-9]{2}:[0-9]{2}" 0\n)")))
+    EXPECT_TRUE(std::regex_match(
+        second,
+        std::regex(R"("[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{4}" "[0-9]{2}:[0-9]{2}:[0-9]{2}" 0\n)")))
         << second;
 }
 
@@ -194,9 +195,10 @@ TEST_F(Macros, MalformedDefinitionsFromOutside) {
     define_symbol_w(u"1X");
     undefine_symbol_w(u"A B");
     define_symbol_w(u"f(x)=x");
-    EXPECT_EQ(texts(), (std::vector<std::string>{"fatal error: Illegal -D or -U argument: 1X.\r\n",
-                                                 "fatal error: Illegal -D or -U argument: A B.\r\n",
-                                                 "fatal error: Illegal -D or -U argument: f(x)=x.\r\n"}));
+    EXPECT_EQ(texts(),
+              (std::vector<std::string>{"fatal error: Illegal -D or -U argument: 1X.\r\n",
+                                        "fatal error: Illegal -D or -U argument: A B.\r\n",
+                                        "fatal error: Illegal -D or -U argument: f(x)=x.\r\n"}));
     for (const Diagnostic& d : diags) EXPECT_FALSE(d.has_file);
 }
 

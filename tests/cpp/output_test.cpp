@@ -33,7 +33,8 @@ TEST_F(Output, PullInPieces) {
 TEST_F(Output, LongInputIsPulledWhole) {
     // Many pulls of 4,096 units, with the output buffer refilled in between.
     std::string text;
-    for (int i = 0; i < 20000; ++i) text.append("line ").append(std::to_string(i)).append(" text\n");
+    for (int i = 0; i < 20000; ++i)
+        text.append("line ").append(std::to_string(i)).append(" text\n");
     EXPECT_EQ(pp(text), marker(1) + text);
 }
 

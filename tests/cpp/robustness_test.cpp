@@ -13,6 +13,7 @@ using namespace tarn_test;
 
 namespace {
 
+// clang-format off
 const char* const FRAGMENTS[] = {
     "#define ", "#undef ", "#if ", "#ifdef ", "#ifndef ", "#elif ", "#else", "#endif", "#line ",
     "#include ", "#error ", "#pragma ", "# ", "#", "##", " ## ", "f(", "g(", ")", "(", ",", "f",
@@ -23,6 +24,7 @@ const char* const FRAGMENTS[] = {
     "\x80", "\f", "#define f(a,b) a##b #a b\n", "#define g(x) f(x,x) g\n", "#define X X Y\n",
     "#define Y (X+1)\n", "#if defined(X) && X\n", "#include \"self.rc\"\n", "#include <none.h>\n",
 };
+// clang-format on
 
 std::string random_script(std::mt19937& rng) {
     std::uniform_int_distribution<size_t> pick(0, std::size(FRAGMENTS) - 1);

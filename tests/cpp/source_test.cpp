@@ -89,7 +89,10 @@ TEST_F(Source, LongInputPassesThroughTheBuffer) {
     // that the buffer starts over and is compacted many times.
     std::string text;
     for (int i = 0; text.size() < 300000; ++i)
-        text.append(i % 97, ' ').append("x").append(std::to_string(i)).append(" \"s\" y")
+        text.append(i % 97, ' ')
+            .append("x")
+            .append(std::to_string(i))
+            .append(" \"s\" y")
             .append(i % 13 * 40, '+')
             .append("\n");
     EXPECT_EQ(pp(text), marker(1) + text);
