@@ -93,6 +93,9 @@ bool read_params(PpToken** at, std::vector<PpToken>* params) {
     return false;
 }
 
+// The bucket comes from a multiplicative hash of the name: names of one
+// pattern (IDC_1000, IDC_1001, ...) have nearly the same sum of units and
+// would crowd a few long chains.
 size_t bucket_of(uint32_t hash) {
     return (hash ^ (hash >> 16)) & (cpp.buckets.size() - 1);
 }
