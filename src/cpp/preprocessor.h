@@ -9,8 +9,8 @@
 
 namespace tarn {
 
-// Every preprocessor state to that of a just-loaded library (frees nothing
-// that is still needed; called before cpp_startup).
+// Every preprocessor state to that of a just-loaded library: closes what is
+// still open and frees everything held (called before cpp_startup).
 void cpp_reset();
 // Load-time start-up: directive and built-in names, the include directory
 // list ("." and the "include" environment variable), the lexer table, then
