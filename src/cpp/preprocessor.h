@@ -9,8 +9,8 @@
 
 namespace tarn {
 
-// Every preprocessor state to that of a just-loaded library (frees nothing
-// that is still needed; called before cpp_startup).
+// Every preprocessor state to that of a just-loaded library: closes what is
+// still open and frees everything held (called before cpp_startup).
 void cpp_reset();
 // Load-time start-up: directive and built-in names, the include directory
 // list ("." and the "include" environment variable), the lexer table, then
@@ -34,7 +34,10 @@ void add_include_path(const char16_t* path);
 void delete_standard_include_dirs();
 
 // The include search; returns the found path, or the name as given.
-std::u16string findInclude(const char16_t* name, bool angled);
+// `current`, when not null, stands in for the current input's name in the
+// first step: files named by resource statements are looked up from the
+// main script, whatever file the preprocessor is reading ahead in.
+std::u16string findInclude(const char16_t* name, bool angled, const char16_t* current = nullptr);
 
 // Location for the preprocessor report: the innermost source backed by a
 // file; false (and null, 0) when there is none.

@@ -67,6 +67,17 @@ void show_writing(const std::u16string& type_text, const ScriptToken* name,
 uint32_t copy_file_resource(const NameOrOrdinal& name, const NameOrOrdinal& type,
                             const std::u16string& path, uint16_t memory_flags);
 
+// A statement's file operand: a string literal or a name.
+bool names_file(const ScriptToken& t);
+// Locates a file named by a statement as a quoted #include name is found,
+// searching the main script's directory first, whatever file the
+// preprocessor happens to be reading ahead in.
+std::u16string find_resource_file(const std::u16string& name);
+// The file form of the whole-file statements: copies the file named by the
+// current token, reports a failure (a missing file by the name as written)
+// and reads the next token.
+void copy_named_file(const NameOrOrdinal& name, const NameOrOrdinal& type, uint16_t memory_flags);
+
 // Statement handlers: the type keyword is consumed; each returns with the
 // current token on the first token of the next statement.
 void compile_string_table();

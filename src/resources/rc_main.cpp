@@ -1,6 +1,7 @@
 // rc_main: the body of one compilation. It announces the code page, sets up
-// the run, opens the output, runs the statement loop and at the end of the
-// input flushes what was collected and closes the files.
+// the run, opens the output, then reads the script statement by statement
+// and hands each to the handler of its type; at the end of the input it
+// writes the collected string tables and closes the files.
 #include "resources/rc_main.h"
 
 #include <vector>
@@ -9,13 +10,128 @@
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resfile/writer.h"
+#include "resources/common.h"
+#include "resources/stringtable.h"
 #include "script/lexer.h"
 
 namespace tarn {
 
+ResourcesState resources_state;
+
 namespace {
 
 constexpr size_t PREPROCESS_PIECE = 4096;
+
+using Handler = void (*)(const ScriptToken& name);
+struct TypeHandler {
+    int32_t kind;
+    Handler handler;
+};
+
+void font_not_implemented(const ScriptToken&) {
+    report(fatal_code(MSG_NOT_IMPLEMENTED));
+}
+
+// The type keywords with a handler of their own; every other keyword, a
+// name or a number is a user-defined type.
+const TypeHandler type_handlers[] = {
+    {TK_ACCELERATORS, compile_accelerators},
+    {TK_ANICURSOR, [](const ScriptToken& n) { compile_file_resource(n, RT_ANICURSOR); }},
+    {TK_ANIICON, [](const ScriptToken& n) { compile_file_resource(n, RT_ANIICON); }},
+    {TK_BITMAP, compile_bitmap},
+    {TK_CURSOR, compile_cursor},
+    {TK_DIALOG, [](const ScriptToken& n) { compile_dialog(n, 0); }},
+    {TK_DIALOGEX, [](const ScriptToken& n) { compile_dialog(n, 1); }},
+    {TK_DLGINCLUDE, compile_dlginclude},
+    {TK_FONT, font_not_implemented},
+    {TK_HTML, [](const ScriptToken& n) { compile_file_resource(n, RT_HTML); }},
+    {TK_ICON, compile_icon},
+    {TK_MANIFEST, [](const ScriptToken& n) { compile_file_resource(n, RT_MANIFEST); }},
+    {TK_MENU, [](const ScriptToken& n) { compile_menu(n, 0); }},
+    {TK_MENUEX, [](const ScriptToken& n) { compile_menu(n, 1); }},
+    {TK_MESSAGETABLE, [](const ScriptToken& n) { compile_file_resource(n, RT_MESSAGETABLE); }},
+    {TK_PLUGPLAY, [](const ScriptToken& n) { compile_file_resource(n, RT_PLUGPLAY); }},
+    {TK_RCDATA, compile_rcdata},
+    {TK_VERSIONINFO, compile_versioninfo},
+    {TK_VXD, [](const ScriptToken& n) { compile_file_resource(n, RT_VXD); }},
+};
+
+Handler find_handler(int32_t kind) {
+    for (const TypeHandler& h : type_handlers)
+        if (h.kind == kind) return h.handler;
+    return nullptr;
+}
+
+// String literals, punctuation, BEGIN, END and the end of input.
+bool can_be_type(int32_t kind) {
+    return kind == TK_NAME || kind == TK_NUMBER ||
+           (kind >= TK_FIRST_KEYWORD && kind != TK_BEGIN && kind != TK_END);
+}
+
+// Once an error has been counted these warnings are no longer given.
+void warn_unrecognized() {
+    if (compile_state.error_count == 0)
+        report(warning_code(MSG_UNRECOGNIZED_TOKEN), token_display());
+}
+
+void upper_case(ScriptToken& t) {
+    for (size_t i = 0; i < t.length; ++i) t.text[i] = plat_upper(t.text[i]);
+}
+
+// "name type ...": the current token is the name.
+void named_statement() {
+    ScriptToken name = token;
+    if (name.kind == TK_NAME) upper_case(name);
+    next_token();
+    if (Handler handler = find_handler(token.kind)) {
+        next_token();
+        handler(name);
+        return;
+    }
+    if (!can_be_type(token.kind)) {
+        warn_unrecognized(); // the token starts the next statement
+        return;
+    }
+    ScriptToken type = token;
+    if (type.kind != TK_NUMBER) {
+        type.kind = TK_NAME; // a keyword names a type by its own text
+        upper_case(type);
+    }
+    next_token();
+    compile_user_resource(name, type);
+}
+
+void statement() {
+    switch (token.kind) {
+    case TK_LANGUAGE:
+        next_token();
+        parse_language(compile_state.default_attributes);
+        return;
+    case TK_STRINGTABLE:
+        next_token();
+        compile_string_table();
+        return;
+    case TK_NAME:
+    case TK_NUMBER:
+        named_statement();
+        return;
+    default:
+        warn_unrecognized();
+        next_token();
+    }
+}
+
+void statement_loop() {
+    next_token();
+    while (token.kind != TK_EOF) {
+        if (compile_state.abort_requested.load()) throw FatalUnwind{};
+        if (!script_location.in_script) {
+            next_token(); // a C header's declarations are skipped
+            continue;
+        }
+        statement();
+    }
+}
 
 void copy_preprocessed_to_stdout() {
     std::vector<char16_t> piece(PREPROCESS_PIECE);
@@ -31,11 +147,16 @@ void open_output(const char16_t* output) {
 
 } // namespace
 
-void resources_reset() {}
+void resources_reset() {
+    resources_state = ResourcesState{};
+    string_tables_reset();
+    image_counter_reset();
+}
 
 void rc_main(const char16_t* input, const char16_t* output, bool preprocess_only) {
     if (compile_state.info_callback)
         send_info(format_message(MSG_USING_CODEPAGE, compile_state.code_page));
+    resources_state.main_input = input;
     cpp_run_setup(input);
     if (preprocess_only) {
         copy_preprocessed_to_stdout();
@@ -43,10 +164,12 @@ void rc_main(const char16_t* input, const char16_t* output, bool preprocess_only
         return;
     }
     open_output(output);
+    statement_loop();
 
     // End of the script: what follows carries no location.
     script_location.script_file[0] = 0;
     script_location.script_line = 0;
+    flush_string_tables_and_report();
     close_output();
     cpp_run_finish();
 }

@@ -1,14 +1,425 @@
-// The script lexer.
+// The script lexer. It pulls the preprocessed text in blocks, follows the
+// line markers in it (file, line, and whether the text is a C header whose
+// statements are skipped), and cuts the rest into ScriptTokens: names and the
+// 78 keywords, numbers, string literals and punctuation.
 #include "script/lexer.h"
+
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "cpp/preprocessor.h"
+#include "diag/report.h"
+#include "support/platform.h"
+#include "support/text.h"
 
 namespace tarn {
 
 ScriptLocation script_location;
 ScriptToken token;
 
+namespace {
+
+constexpr size_t BLOCK_UNITS = 32768;
+constexpr int PUSHBACK_UNITS = 7;
+constexpr size_t NAME_UNITS = 256;
+constexpr size_t STRING_UNITS = TOKEN_TEXT_UNITS - 1; // 4095
+
+// Character input: the block buffer and the push-back stack.
+struct LexerInput {
+    char16_t block[BLOCK_UNITS];
+    size_t pos = 0;
+    size_t end = 0;
+    char16_t pushed[PUSHBACK_UNITS];
+    int pushed_count = 0;
+    ScriptSource source = readPreprocessed;
+};
+LexerInput input;
+
+// Sorted; the kind of entry i is TK_FIRST_KEYWORD + i.
+// clang-format off
+const char16_t* const keywords[] = {
+    u"accelerators", u"alt", u"anicursor", u"aniicon", u"ascii", u"auto3state",
+    u"autocheckbox", u"autoradiobutton", u"begin", u"bitmap", u"block", u"caption",
+    u"characteristics", u"checkbox", u"checked", u"class", u"combobox", u"control",
+    u"ctext", u"cursor", u"defpushbutton", u"dialog", u"dialogex", u"discardable",
+    u"dlginclude", u"edittext", u"end", u"exstyle", u"fileflags", u"fileflagsmask",
+    u"fileos", u"filesubtype", u"filetype", u"fileversion", u"fixed", u"font",
+    u"grayed", u"groupbox", u"help", u"html", u"icon", u"impure",
+    u"inactive", u"language", u"listbox", u"loadoncall", u"ltext", u"manifest",
+    u"menu", u"menubarbreak", u"menubreak", u"menuex", u"menuitem", u"messagetable",
+    u"moveable", u"noinvert", u"not", u"plugplay", u"popup", u"preload",
+    u"productversion", u"pure", u"pushbox", u"pushbutton", u"radiobutton", u"rcdata",
+    u"rtext", u"scrollbar", u"separator", u"shift", u"state3", u"stringtable",
+    u"style", u"value", u"version", u"versioninfo", u"virtkey", u"vxd",
+};
+// clang-format on
+constexpr size_t KEYWORD_COUNT = sizeof keywords / sizeof keywords[0];
+static_assert(KEYWORD_COUNT == TK_LAST_KEYWORD - TK_FIRST_KEYWORD + 1);
+
+// Single characters that are tokens by themselves.
+struct Punctuation {
+    char16_t c;
+    int32_t kind;
+};
+constexpr Punctuation punctuation[] = {
+    {u',', TK_COMMA},  {u'&', TK_AMPERSAND}, {u'|', TK_BAR},   {u'~', TK_TILDE},
+    {u'+', TK_PLUS},   {u'-', TK_MINUS},     {u'*', TK_STAR},  {u'/', TK_SLASH},
+    {u'(', TK_LPAREN}, {u')', TK_RPAREN},    {u'{', TK_BEGIN}, {u'}', TK_END},
+};
+
+// Classes of the ASCII characters; above ASCII only the platform's
+// alphanumeric test makes a name character.
+enum : uint8_t { CH_NAME = 1, CH_DIGIT = 2, CH_OCTAL = 4, CH_HEX = 8 };
+
+constexpr std::array<uint8_t, 128> make_ascii_classes() {
+    std::array<uint8_t, 128> t{};
+    for (char16_t c = u'a'; c <= u'z'; ++c) t[c] |= CH_NAME, t[c - 32] |= CH_NAME;
+    for (char16_t c = u'0'; c <= u'9'; ++c) t[c] |= CH_NAME | CH_DIGIT | CH_HEX;
+    for (char16_t c = u'0'; c <= u'7'; ++c) t[c] |= CH_OCTAL;
+    for (char16_t c = u'a'; c <= u'f'; ++c) t[c] |= CH_HEX, t[c - 32] |= CH_HEX;
+    for (char c : std::string_view("./!#$%':;<=>[\\]^_@`")) t[uint8_t(c)] |= CH_NAME;
+    return t;
+}
+constexpr std::array<uint8_t, 128> ascii_classes = make_ascii_classes();
+
+bool has_class(char16_t c, uint8_t cls) {
+    return c < 128 && (ascii_classes[c] & cls);
+}
+
+char16_t get_char() {
+    if (input.pushed_count) return input.pushed[--input.pushed_count];
+    if (input.pos == input.end) {
+        input.pos = 0;
+        input.end = input.source(input.block, BLOCK_UNITS);
+        if (input.end == 0) return 0;
+    }
+    return input.block[input.pos++];
+}
+
+// A push beyond the stack's depth is dropped, as the design has it.
+void push_back(char16_t c) {
+    if (input.pushed_count < PUSHBACK_UNITS) input.pushed[input.pushed_count++] = c;
+}
+
+bool is_digit(char16_t c) {
+    return has_class(c, CH_DIGIT);
+}
+bool is_octal(char16_t c) {
+    return has_class(c, CH_OCTAL);
+}
+bool is_blank(char16_t c) {
+    return c == u' ' || c == u'\t';
+}
+
+int hex_value(char16_t c) {
+    if (!has_class(c, CH_HEX)) return -1;
+    if (c <= u'9') return c - u'0';
+    return (c | 0x20) - u'a' + 10;
+}
+
+bool is_name_char(char16_t c) {
+    return c < 128 ? has_class(c, CH_NAME) : plat_is_alphanumeric(c);
+}
+
+char16_t fold(char16_t c) {
+    return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
+}
+
+// Case-insensitive order of a name against a lower-case keyword.
+int compare_keyword(const char16_t* name, const char16_t* keyword) {
+    for (;; ++name, ++keyword) {
+        char16_t a = fold(*name), b = *keyword;
+        if (a != b) return a < b ? -1 : 1;
+        if (a == 0) return 0;
+    }
+}
+
+int32_t keyword_kind(const char16_t* name) {
+    size_t low = 0, high = KEYWORD_COUNT;
+    while (low < high) {
+        size_t mid = (low + high) / 2;
+        int c = compare_keyword(name, keywords[mid]);
+        if (c == 0) return TK_FIRST_KEYWORD + int32_t(mid);
+        if (c < 0)
+            high = mid;
+        else
+            low = mid + 1;
+    }
+    return TK_NAME;
+}
+
+void set_number(uint32_t value) {
+    std::memcpy(token.text, &value, sizeof value);
+    token.length = 0;
+    token.kind = TK_NUMBER;
+}
+
+// After the first digit. The digits are not checked against the base.
+void read_number(char16_t first) {
+    uint32_t base = 10, value = uint32_t(first - u'0');
+    char16_t c = get_char();
+    if (first == u'0') {
+        base = 8;
+        if (c == u'o')
+            c = get_char();
+        else if (c == u'x' || c == u'X')
+            base = 16, c = get_char();
+    }
+    for (int d; (d = hex_value(c)) >= 0; c = get_char()) value = value * base + uint32_t(d);
+    token.is_long = (c == u'l' || c == u'L');
+    if (!token.is_long && c != u'u' && c != u'U') push_back(c);
+    set_number(value);
+}
+
+void read_name(char16_t first) {
+    size_t n = 0;
+    token.text[n++] = first;
+    char16_t c = 0;
+    while (n < NAME_UNITS && is_name_char(c = get_char())) token.text[n++] = c;
+    if (n < NAME_UNITS) push_back(c);
+    token.text[n] = 0;
+    token.length = n;
+    token.kind = keyword_kind(token.text);
+}
+
+// Collects the units of a literal, dropping those beyond the limit.
+struct LiteralText {
+    size_t n = 0;
+    bool truncated = false;
+    void put(char16_t c) {
+        if (n < STRING_UNITS)
+            token.text[n++] = c;
+        else
+            truncated = true;
+    }
+    void finish(int32_t kind) {
+        token.text[n] = 0;
+        token.length = n;
+        token.kind = kind;
+        if (truncated) report(warning_code(MSG_STRING_TOO_LONG));
+    }
+};
+
+// After a backslash: stores the unit(s) the escape stands for.
+void read_escape(LiteralText& out) {
+    struct Simple {
+        char16_t c, value;
+    };
+    static constexpr Simple simple[] = {
+        {u'a', 8},  {u'b', 8},  {u'f', 12}, {u'n', 10},  {u'r', 13},  {u't', 9},
+        {u'v', 11}, {u'?', 63}, {u'"', 34}, {u'\'', 39}, {u'\\', 92},
+    };
+    char16_t c = get_char();
+    if (is_octal(c)) {
+        char16_t value = c - u'0';
+        int digits = 1;
+        for (; digits < 3 && is_octal(c = get_char()); ++digits) value = value * 8 + (c - u'0');
+        if (digits < 3) push_back(c);
+        out.put(value);
+        return;
+    }
+    if (c == u'x') {
+        char16_t value = 0;
+        for (int d; (d = hex_value(c = get_char())) >= 0;) value = char16_t(value * 16 + d);
+        push_back(c);
+        out.put(value);
+        return;
+    }
+    for (const Simple& s : simple)
+        if (s.c == c) return out.put(s.value);
+    out.put(u'\\');
+    if (c != 0)
+        out.put(c);
+    else
+        push_back(c);
+}
+
+// After the opening double quote. Narrow strings separated by blanks join.
+void read_string(int32_t kind) {
+    LiteralText out;
+    for (char16_t c; (c = get_char()) != 0;) {
+        if (c == u'\\') {
+            read_escape(out);
+            continue;
+        }
+        if (c != u'"') {
+            out.put(c);
+            continue;
+        }
+        c = get_char();
+        if (c == u'"') {
+            out.put(c);
+            continue;
+        }
+        if (kind == TK_STRING) {
+            while (is_blank(c)) c = get_char();
+            if (c == u'"') continue;
+        }
+        push_back(c);
+        break;
+    }
+    out.finish(kind);
+}
+
+void read_quoted(int32_t kind) {
+    LiteralText out;
+    for (char16_t c; (c = get_char()) != 0 && c != u'\'';) out.put(c);
+    out.finish(kind);
+}
+
+bool ends_with_c_or_h(const char16_t* name, size_t n) {
+    if (n < 2 || name[n - 2] != u'.') return false;
+    char16_t c = fold(name[n - 1]);
+    return c == u'c' || c == u'h';
+}
+
+// After "#": "line", the number, and the quoted file name if any.
+void read_line_marker() {
+    for (const char16_t* p = u"line"; *p; ++p)
+        if (get_char() != *p) return;
+    char16_t c;
+    while (is_blank(c = get_char())) {
+    }
+    uint32_t line = 0;
+    for (; is_digit(c); c = get_char()) line = line * 10 + uint32_t(c - u'0');
+    script_location.script_line = line - 1; // the marker's own line feed adds one
+    while (is_blank(c)) c = get_char();
+    if (c == u'"') {
+        size_t n = 0;
+        while ((c = get_char()) != 0 && c != u'"')
+            if (n < SCRIPT_FILE_UNITS - 1) script_location.script_file[n++] = c;
+        script_location.script_file[n] = 0;
+    } else {
+        push_back(c);
+    }
+    const char16_t* file = script_location.script_file;
+    size_t n = str_len(file);
+    script_location.in_script = (n < 3 || !ends_with_c_or_h(file, n)) ? 1 : 0;
+}
+
+int32_t punctuation_kind(char16_t c) {
+    for (const Punctuation& p : punctuation)
+        if (p.c == c) return p.kind;
+    return TK_OTHER;
+}
+
+} // namespace
+
+uint32_t number_value(const ScriptToken& t) {
+    uint32_t value;
+    std::memcpy(&value, t.text, sizeof value);
+    return value;
+}
+
 void script_reset() {
     script_location = ScriptLocation{};
     token = ScriptToken{};
+    input.pos = input.end = 0;
+    input.pushed_count = 0;
+    input.source = readPreprocessed;
+}
+
+void script_set_source(ScriptSource source) {
+    input.source = source ? source : readPreprocessed;
+    input.pos = input.end = 0;
+    input.pushed_count = 0;
+}
+
+int32_t next_token() {
+    for (;;) {
+        char16_t c = get_char();
+        token.length = 0;
+        token.text[0] = 0;
+        switch (c) {
+        case 0:
+            return token.kind = TK_EOF;
+        case u'L':
+            if ((c = get_char()) == u'"') {
+                read_string(TK_WSTRING);
+                return token.kind;
+            }
+            push_back(c);
+            read_name(u'L');
+            return token.kind;
+        case u' ':
+        case u'\t':
+        case u'\r':
+            continue;
+        case u'\n':
+            script_location.script_line += 1;
+            continue;
+        case u'#':
+            read_line_marker();
+            continue;
+        case u'"':
+            read_string(TK_STRING);
+            return token.kind;
+        case u'\'':
+            read_quoted(TK_HEXSTRING);
+            return token.kind;
+        default:
+            break;
+        }
+        if (int32_t kind = punctuation_kind(c)) return token.kind = kind;
+        if (is_digit(c))
+            read_number(c);
+        else if (is_name_char(c))
+            read_name(c);
+        else
+            token.kind = TK_OTHER;
+        return token.kind;
+    }
+}
+
+bool accept(int32_t kind) {
+    if (token.kind != kind) return false;
+    next_token();
+    return true;
+}
+
+namespace {
+
+DiagnosticCode mismatch_code(int32_t expected) {
+    switch (expected) {
+    case TK_STRING:
+        return error_code(MSG_STRING_EXPECTED);
+    case TK_NUMBER:
+        return error_code(token.kind == TK_NAME ? MSG_UNKNOWN_KEYWORD : MSG_NUMBER_EXPECTED);
+    case TK_COMMA:
+        return error_code(MSG_COMMA_EXPECTED);
+    case TK_BEGIN:
+        return error_code(MSG_BEGIN_EXPECTED);
+    case TK_END:
+        return error_code(MSG_END_EXPECTED);
+    default:
+        return error_code(MSG_INVALID_SYNTAX);
+    }
+}
+
+} // namespace
+
+bool expect(int32_t kind) {
+    if (accept(kind)) return true;
+    report(mismatch_code(kind), token_display());
+    if (token.kind == TK_EOF)
+        report(fatal_code(MSG_UNEXPECTED_EOF));
+    else if (token.kind != TK_END)
+        next_token();
+    return false;
+}
+
+std::u16string token_display() {
+    static const char16_t* const fixed[] = {
+        u"",  nullptr, u"\"STRING\"", u"L\"STRING\"", u"'HEXSTRING'", nullptr, u",", u"&",   u"|",
+        u"~", u"+",    u"-",          u"*",           u"/",           u"(",    u")", u"EOF",
+    };
+    int32_t k = token.kind;
+    if (k == TK_NAME) return std::u16string(token.text, token.length);
+    if (k == TK_NUMBER) return decimal_text(number_value(token));
+    if (k >= TK_FIRST_KEYWORD && k <= TK_LAST_KEYWORD) return keywords[k - TK_FIRST_KEYWORD];
+    if (k >= 0 && k < TK_FIRST_KEYWORD) return fixed[k];
+    return u"";
 }
 
 } // namespace tarn

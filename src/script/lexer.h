@@ -114,8 +114,8 @@ constexpr size_t SCRIPT_FILE_UNITS = 260;
 
 struct ScriptToken {
     int32_t kind = TK_EOF;
-    uint64_t length = 0;  // units in text (strings, names)
-    int32_t is_long = 0;  // the last number ended in "l" or "L"
+    uint64_t length = 0;                  // units in text (strings, names)
+    int32_t is_long = 0;                  // the last number ended in "l" or "L"
     char16_t text[TOKEN_TEXT_UNITS] = {}; // zero-terminated; see number_value
 };
 
@@ -132,6 +132,11 @@ extern ScriptToken token; // the current token
 
 // State of a just-loaded library (empties the push-back buffer).
 void script_reset();
+
+// Where the lexer pulls its text from: the preprocessor's output, or for
+// tests a source of their own (null restores the preprocessor's).
+using ScriptSource = size_t (*)(char16_t* dest, size_t max);
+void script_set_source(ScriptSource source);
 
 int32_t next_token();
 bool accept(int32_t kind);

@@ -1,0 +1,125 @@
+// Hidesets: the sets of macros whose expansion made a token. Every set of a
+// run is interned once and named by a 16-bit index (0 = the empty set); a
+// set holds its members in address order. Sets stop growing at 30 members,
+// so runaway expansions cannot grow them without bound.
+#include "cpp/state.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "diag/report.h"
+
+namespace tarn {
+
+namespace {
+
+constexpr size_t MAX_SETS = 65536; // the index is 16 bits
+
+size_t set_size(const HidesetTable& t, size_t hs) {
+    size_t n = 0;
+    while (t.members[t.start[hs] + n]) ++n;
+    return n;
+}
+
+uint64_t hash_members(const Symbol* const* m, size_t n) {
+    uint64_t h = n;
+    for (size_t i = 0; i < n; ++i) {
+        h += reinterpret_cast<uintptr_t>(m[i]) + 0x9E3779B97F4A7C15ull;
+        h = (h ^ (h >> 30)) * 0xBF58476D1CE4E5B9ull;
+        h = (h ^ (h >> 27)) * 0x94D049BB133111EBull;
+        h ^= h >> 31;
+    }
+    return h;
+}
+
+bool same_set(const HidesetTable& t, size_t hs, const Symbol* const* m, size_t n) {
+    const Symbol* const* p = &t.members[t.start[hs]];
+    for (size_t i = 0; i < n; ++i)
+        if (p[i] != m[i]) return false;
+    return p[n] == nullptr;
+}
+
+// The slot that holds the set m (of hash h), or the empty slot where it belongs.
+size_t find_slot(const HidesetTable& t, const Symbol* const* m, size_t n, uint64_t h) {
+    size_t mask = t.slots.size() - 1;
+    for (size_t i = h & mask;; i = (i + 1) & mask) {
+        int32_t hs = t.slots[i];
+        if (hs < 0) return i;
+        auto index = static_cast<size_t>(hs);
+        if (t.hashes[index] == h && same_set(t, index, m, n)) return i;
+    }
+}
+
+void rehash(HidesetTable& t) {
+    std::vector<int32_t> old = std::move(t.slots);
+    t.slots.assign(old.size() * 2, -1);
+    for (int32_t hs : old) {
+        if (hs < 0) continue;
+        auto index = static_cast<size_t>(hs);
+        const Symbol* const* m = &t.members[t.start[index]];
+        t.slots[find_slot(t, m, set_size(t, index), t.hashes[index])] = hs;
+    }
+}
+
+uint16_t intern(HidesetTable& t, const Symbol* const* m, size_t n) {
+    uint64_t h = hash_members(m, n);
+    size_t slot = find_slot(t, m, n, h);
+    if (t.slots[slot] >= 0) return static_cast<uint16_t>(t.slots[slot]);
+    if (t.start.size() >= MAX_SETS) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
+    auto index = static_cast<int32_t>(t.start.size());
+    t.start.push_back(static_cast<uint32_t>(t.members.size()));
+    t.members.insert(t.members.end(), m, m + n);
+    t.members.push_back(nullptr);
+    t.hashes.push_back(h);
+    t.slots[slot] = index;
+    if (t.start.size() * 4 > t.slots.size() * 3) rehash(t);
+    return static_cast<uint16_t>(index);
+}
+
+} // namespace
+
+void hideset_start() {
+    HidesetTable& t = cpp.hidesets;
+    t.start.assign(1, 0);
+    t.members.assign(1, nullptr);
+    t.hashes.assign(1, hash_members(nullptr, 0));
+    t.slots.assign(1024, -1);
+    t.slots[find_slot(t, nullptr, 0, t.hashes[0])] = 0;
+}
+
+uint16_t new_hideset(uint16_t hs, const Symbol* sym) {
+    HidesetTable& t = cpp.hidesets;
+    if (hs >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
+    const Symbol* set[HIDESET_MAX_MEMBERS + 1];
+    size_t n = 0;
+    bool placed = false;
+    for (const Symbol* const* p = &t.members[t.start[hs]]; *p; ++p) {
+        if (*p == sym) return hs;
+        if (!placed && std::less<const Symbol*>()(sym, *p)) {
+            set[n++] = sym;
+            placed = true;
+        }
+        set[n++] = *p;
+    }
+    if (!placed) set[n++] = sym;
+    if (n > HIDESET_MAX_MEMBERS) return hs; // deliberately dropped
+    return intern(t, set, n);
+}
+
+bool check_hideset(uint16_t hs, const Symbol* sym) {
+    const HidesetTable& t = cpp.hidesets;
+    if (hs >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"check_hideset");
+    for (const Symbol* const* p = &t.members[t.start[hs]]; *p; ++p)
+        if (*p == sym) return true;
+    return false;
+}
+
+uint16_t unionHidesets(uint16_t a, uint16_t b) {
+    const HidesetTable& t = cpp.hidesets;
+    if (b >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
+    // The members are read by index: interning may move the table.
+    for (size_t i = t.start[b]; t.members[i]; ++i) a = new_hideset(a, t.members[i]);
+    return a;
+}
+
+} // namespace tarn

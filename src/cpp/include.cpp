@@ -1,0 +1,156 @@
+// #include: reading the name, the search through the includer's directory,
+// "." and the include directory list, the depth limit, and the list itself
+// ("." and the "include" environment variable at load, then the directories
+// the host adds, each searched before those added earlier).
+#include "cpp/preprocessor.h"
+#include "cpp/state.h"
+
+#include "api/state.h"
+#include "diag/report.h"
+#include "support/paths.h"
+
+namespace tarn {
+
+namespace {
+
+constexpr size_t NAME_UNITS = 260; // the name buffer, zero included
+
+// The file name of the line at the row's cursor; false on a syntax error.
+bool include_name(TokenRow* row, std::u16string* name, bool* angled) {
+    PpToken* tp = row->cur;
+    if (tp->type == PP_STRING) {
+        size_t len = tp->len >= 2 ? tp->len - 2 : 0;
+        if (len > NAME_UNITS - 1) len = NAME_UNITS - 1;
+        name->assign(tp->text + 1, len);
+        *angled = false;
+    } else {
+        // <a b.h> names ab.h: the texts are joined without their white space.
+        for (++tp; tp->type != K_GT; ++tp) {
+            if (tp->type == PP_NEWLINE || tp->type == PP_END) return false;
+            if (name->size() + tp->len + 2 >= NAME_UNITS) return false;
+            name->append(tp->text, tp->len);
+        }
+        *angled = true;
+    }
+    return tp + 2 >= row->last && !name->empty();
+}
+
+bool is_name_start(const PpToken* tp) {
+    return tp->type == PP_STRING || tp->type == K_LT;
+}
+
+// dir joined with name, when the result names something that exists.
+bool try_path(const char16_t* dir, const char16_t* name, std::u16string* found) {
+    char16_t out[MAX_PATH_UNITS];
+    if (path_join(out, MAX_PATH_UNITS, dir, name) == 0 || !out[0]) return false;
+    if (!file_exists(out)) return false;
+    *found = out;
+    return true;
+}
+
+bool has_separator(const char16_t* s) {
+    for (; *s; ++s)
+        if (is_separator(*s)) return true;
+    return false;
+}
+
+// Quoted names: first the directory of the file that includes them.
+bool search_includer(const char16_t* includer, const char16_t* name, std::u16string* found) {
+    std::u16string current = includer;
+    size_t sep = current.find_last_of(u"\\/");
+    if (sep == std::u16string::npos) {
+        if (!has_separator(name)) return false;
+        return try_path(plat_current_directory().c_str(), name, found);
+    }
+    std::u16string dir = current.substr(0, sep + 1);
+    bool keep = dir.size() == 1 || (sep > 0 && current[sep - 1] == u':');
+    if (!keep) dir.pop_back();
+    std::u16string absolute = plat_absolute(dir.c_str());
+    if (!absolute.empty()) dir = absolute;
+    return try_path(dir.c_str(), name, found);
+}
+
+} // namespace
+
+std::u16string findInclude(const char16_t* name, bool angled, const char16_t* current) {
+    std::u16string found;
+    if (!current && cpp.source) current = cpp.source->name;
+    if (!angled && current && search_includer(current, name, &found)) return found;
+    for (const IncludeDir* d = cpp.includeDirs; d; d = d->next) {
+        if (angled && !(d->kind & DIR_ANGLED)) continue; // "." serves quoted names only
+        if (try_path(d->path, name, &found)) return found;
+    }
+    return name; // the open fails and says so
+}
+
+void doInclude(TokenRow* row) {
+    size_t at = static_cast<size_t>(row->cur - row->base);
+    if (row->cur->type == PP_NEWLINE || row->cur->type == PP_END) {
+        report_pp(error_code(MSG_INCLUDE_SYNTAX));
+        return;
+    }
+    if (!is_name_start(row->cur)) {
+        expandRow(row, u"<include>");
+        row->cur = row->base + at;
+    }
+    std::u16string name;
+    bool angled = false;
+    if (!is_name_start(row->cur) || !include_name(row, &name, &angled)) {
+        report_pp(error_code(MSG_INCLUDE_SYNTAX));
+        return;
+    }
+    std::u16string path = findInclude(name.c_str(), angled);
+    const char16_t* kept = cpp.arena.copy(path.data(), path.size());
+    if (compile_state.collect_dependencies && !angled && cpp.includeDepth == 0)
+        record_include(path);
+    if (++cpp.includeDepth > MAX_INCLUDE_DEPTH) report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
+    pushSource(kept, nullptr);
+    writeLineMarker();
+}
+
+void addIncludeDir(const char16_t* path, uint32_t kind, bool append) {
+    IncludeDir* d = cpp.arena.make<IncludeDir>();
+    std::u16string absolute = plat_absolute(path);
+    const std::u16string& chosen = absolute.empty() ? std::u16string(path) : absolute;
+    d->path = cpp.arena.copy(chosen.data(), chosen.size());
+    d->kind = kind;
+    IncludeDir** at = &cpp.includeDirs;
+    if (*at) {
+        if (append) {
+            while (*at) at = &(*at)->next;
+        } else {
+            at = &(*at)->next; // right after the first entry
+        }
+    }
+    d->next = *at;
+    *at = d;
+}
+
+void setup_include_dirs() {
+    addIncludeDir(u".", 0, true);
+    std::u16string env;
+    if (!plat_getenv(u"include", &env)) return;
+    size_t from = 0;
+    while (from <= env.size()) {
+        size_t to = env.find(u';', from);
+        if (to == std::u16string::npos) to = env.size();
+        if (to > from)
+            addIncludeDir(env.substr(from, to - from).c_str(), DIR_ANGLED | DIR_STANDARD, true);
+        from = to + 1;
+    }
+}
+
+void add_include_path(const char16_t* path) {
+    addIncludeDir(path, DIR_ANGLED, false);
+}
+
+void delete_standard_include_dirs() {
+    for (IncludeDir** at = &cpp.includeDirs; *at;) {
+        if ((*at)->kind & DIR_STANDARD)
+            *at = (*at)->next; // arena storage: nothing to free
+        else
+            at = &(*at)->next;
+    }
+}
+
+} // namespace tarn

@@ -1,0 +1,410 @@
+// The preprocessor lexer: a 32-state automaton over code units 0 to 255,
+// built once from a transition list, that cuts one logical line of the
+// current source into a token row. Comments, white space and splices become
+// the white-space count in front of the next token.
+#include "cpp/state.h"
+
+#include <cstring>
+
+#include "diag/report.h"
+#include "support/memory.h"
+
+namespace tarn {
+
+namespace {
+
+// Actions of negative table entries (~(kind * 128 + action), bit 64: check
+// for a line splice first).
+enum Action : int {
+    A_TAKE = 32,   // the token ends with this unit
+    A_BEFORE = 33, // the token ends before it
+    A_END = 34,    // end of input
+    A_NEWLINE = 35,
+    A_STRING_END = 36, // end of input in a string or character constant
+    A_STRING_NL = 37,  // newline in one
+    A_COMMENT_NL = 38,
+    A_COMMENT_END = 39, // end of input in a comment
+    A_COMMENT_DONE = 40,
+    A_REFILL = 41,
+    A_SPACE_DONE = 42,
+    A_NAME_DONE = 43,
+};
+constexpr int SPLICE_CHECK = 64;
+
+// Character classes of the transition list.
+enum : int16_t { C_ANY = 256, C_LETTER, C_DIGIT, C_SPACE };
+
+constexpr int16_t act(int kind, int action) {
+    return static_cast<int16_t>(~(kind * 128 + action));
+}
+
+struct Transition {
+    uint8_t state;
+    int16_t on[4];
+    int16_t target;
+};
+
+// In order: each state's "any" first, the special cases after it.
+constexpr Transition TRANSITIONS[] = {
+    {0, {C_ANY}, act(PP_OTHER, A_TAKE)},
+    {0, {C_SPACE}, 14},
+    {0, {C_DIGIT}, 1},
+    {0, {'.'}, 3},
+    {0, {C_LETTER}, 4},
+    {0, {'L'}, 5},
+    {0, {'"'}, 6},
+    {0, {'\''}, 12},
+    {0, {'/'}, 8},
+    {0, {InputEndMark}, act(PP_END, A_END)},
+    {0, {'\n'}, act(PP_END, A_NEWLINE)},
+    {0, {'-'}, 16},
+    {0, {'+'}, 15},
+    {0, {'<'}, 23},
+    {0, {'>'}, 21},
+    {0, {'='}, 27},
+    {0, {'!'}, 28},
+    {0, {'&'}, 26},
+    {0, {'|'}, 25},
+    {0, {'#'}, 19},
+    {0, {'%'}, 18},
+    {0, {'['}, act(K_SBRA, A_TAKE)},
+    {0, {']'}, act(K_KET, A_TAKE)},
+    {0, {'('}, act(K_LP, A_TAKE)},
+    {0, {')'}, act(K_RP, A_TAKE)},
+    {0, {'*'}, 17},
+    {0, {','}, act(K_COMMA, A_TAKE)},
+    {0, {'?'}, act(K_QUEST, A_TAKE)},
+    {0, {':'}, act(K_COLON, A_TAKE)},
+    {0, {';'}, act(K_SEMIC, A_TAKE)},
+    {0, {'{'}, act(K_CBRA, A_TAKE)},
+    {0, {'}'}, act(K_CKET, A_TAKE)},
+    {0, {'~'}, act(K_TILDE, A_TAKE)},
+    {0, {'^'}, 20},
+    // numbers: no underscore, so 1_000 is 1 and _000
+    {1, {C_ANY}, act(PP_NUMBER, A_BEFORE)},
+    {1, {C_DIGIT, C_LETTER, '.'}, 1},
+    {1, {'E', 'e'}, 2},
+    {1, {'_'}, act(PP_NUMBER, A_BEFORE)},
+    {2, {C_ANY}, act(PP_NUMBER, A_BEFORE)},
+    {2, {'+', '-'}, 1},
+    {2, {C_DIGIT, C_LETTER}, 1},
+    {2, {'_'}, act(PP_NUMBER, A_BEFORE)},
+    {3, {C_ANY}, act(K_DOT, A_BEFORE)},
+    {3, {'.'}, 29},
+    {3, {C_DIGIT}, 1},
+    {29, {C_ANY}, act(PP_OTHER, A_BEFORE)},
+    {29, {C_DIGIT}, 1},
+    {29, {'.'}, act(K_ELLIPS, A_TAKE)},
+    // names, and the L of wide literals
+    {4, {C_ANY}, act(PP_NAME, A_NAME_DONE)},
+    {4, {C_LETTER, C_DIGIT}, 4},
+    {5, {C_ANY}, act(PP_NAME, A_NAME_DONE)},
+    {5, {C_LETTER, C_DIGIT}, 4},
+    {5, {'"'}, 6},
+    {5, {'\''}, 12},
+    // strings and character constants
+    {6, {C_ANY}, 6},
+    {6, {'"'}, act(PP_STRING, A_TAKE)},
+    {6, {'\\'}, 7},
+    {6, {'\n'}, act(PP_END, A_STRING_NL)},
+    {6, {InputEndMark}, act(PP_END, A_STRING_END)},
+    {7, {C_ANY}, 6},
+    {7, {'\n'}, act(PP_END, A_STRING_NL)},
+    {7, {InputEndMark}, act(PP_END, A_STRING_END)},
+    {12, {C_ANY}, 12},
+    {12, {'\''}, act(PP_CHAR, A_TAKE)},
+    {12, {'\\'}, 13},
+    {12, {'\n'}, act(PP_END, A_STRING_NL)},
+    {12, {InputEndMark}, act(PP_END, A_STRING_END)},
+    {13, {C_ANY}, 12},
+    {13, {'\n'}, act(PP_END, A_STRING_NL)},
+    {13, {InputEndMark}, act(PP_END, A_STRING_END)},
+    // comments
+    {8, {C_ANY}, act(K_SLASH, A_BEFORE)},
+    {8, {'='}, act(K_ASSLASH, A_TAKE)},
+    {8, {'*'}, 9},
+    {8, {'/'}, 11},
+    {9, {C_ANY}, 9},
+    {9, {'\n'}, act(PP_END, A_COMMENT_NL)},
+    {9, {'*'}, 10},
+    {9, {InputEndMark}, act(PP_END, A_COMMENT_END)},
+    {10, {C_ANY}, 9},
+    {10, {'\n'}, act(PP_END, A_COMMENT_NL)},
+    {10, {'*'}, 10},
+    {10, {'/'}, act(PP_END, A_COMMENT_DONE)},
+    {11, {C_ANY}, 11},
+    {11, {'\n'}, act(PP_END, A_NEWLINE)},
+    {11, {InputEndMark}, act(PP_END, A_COMMENT_END)},
+    // white space
+    {14, {C_ANY}, act(PP_END, A_SPACE_DONE)},
+    {14, {C_SPACE}, 14},
+    // operators
+    {16, {C_ANY}, act(K_MINUS, A_BEFORE)},
+    {16, {'-'}, act(K_MMINUS, A_TAKE)},
+    {16, {'='}, act(K_ASMINUS, A_TAKE)},
+    {16, {'>'}, act(K_ARROW, A_TAKE)},
+    {15, {C_ANY}, act(K_PLUS, A_BEFORE)},
+    {15, {'+'}, act(K_PPLUS, A_TAKE)},
+    {15, {'='}, act(K_ASPLUS, A_TAKE)},
+    {23, {C_ANY}, act(K_LT, A_BEFORE)},
+    {23, {'<'}, 24},
+    {23, {'='}, act(K_LEQ, A_TAKE)},
+    {24, {C_ANY}, act(K_LSH, A_BEFORE)},
+    {24, {'='}, act(K_ASLSH, A_TAKE)},
+    {21, {C_ANY}, act(K_GT, A_BEFORE)},
+    {21, {'>'}, 22},
+    {21, {'='}, act(K_GEQ, A_TAKE)},
+    {22, {C_ANY}, act(K_RSH, A_BEFORE)},
+    {22, {'='}, act(K_ASRSH, A_TAKE)},
+    {27, {C_ANY}, act(K_ASGN, A_BEFORE)},
+    {27, {'='}, act(K_EQ, A_TAKE)},
+    {28, {C_ANY}, act(K_NOT, A_BEFORE)},
+    {28, {'='}, act(K_NEQ, A_TAKE)},
+    {26, {C_ANY}, act(K_AND, A_BEFORE)},
+    {26, {'&'}, act(K_LAND, A_TAKE)},
+    {26, {'='}, act(K_ASAND, A_TAKE)},
+    {25, {C_ANY}, act(K_OR, A_BEFORE)},
+    {25, {'|'}, act(K_LOR, A_TAKE)},
+    {25, {'='}, act(K_ASOR, A_TAKE)},
+    {19, {C_ANY}, act(PP_HASH, A_BEFORE)},
+    {19, {'#'}, act(PP_PASTE, A_TAKE)},
+    {18, {C_ANY}, act(K_PCT, A_BEFORE)},
+    {18, {'='}, act(K_ASPCT, A_TAKE)},
+    {17, {C_ANY}, act(K_STAR, A_BEFORE)},
+    {17, {'='}, act(K_ASSTAR, A_TAKE)},
+    {20, {C_ANY}, act(K_CIRC, A_BEFORE)},
+    {20, {'='}, act(K_ASCIRC, A_TAKE)},
+};
+
+bool in_class(int16_t cls, int c) {
+    switch (cls) {
+    case C_ANY:
+        return true;
+    case C_DIGIT:
+        return c >= '0' && c <= '9';
+    case C_SPACE:
+        return c == ' ' || c == '\t' || c == '\v' || c == '\r';
+    case C_LETTER:
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$' ||
+               plat_is_alpha(static_cast<char16_t>(c));
+    default:
+        return c == cls;
+    }
+}
+
+// Start of a line: start the buffer over when all is read, else move the
+// unread text down once three quarters are used.
+void start_line(SourceFile* s) {
+    if (s->cursor >= s->end) {
+        s->end = s->buffer;
+        fillbuf(s);
+        s->cursor = s->buffer;
+    } else if (s->cursor - s->buffer >= static_cast<ptrdiff_t>(LINE_COMPACT_AT)) {
+        size_t n = static_cast<size_t>(s->end + MARKER_UNITS - s->cursor);
+        std::memmove(s->buffer, s->cursor, n * sizeof(char16_t));
+        s->end -= s->cursor - s->buffer;
+        s->cursor = s->buffer;
+    }
+}
+
+// Inside a long comment: drop what was read of it, keeping its first unit.
+char16_t* compact_comment(SourceFile* s, char16_t* cp, const char16_t* comment) {
+    if (cp - s->buffer < static_cast<ptrdiff_t>(COMMENT_COMPACT_AT)) return cp;
+    char16_t* dest = const_cast<char16_t*>(comment) + 1;
+    size_t n = static_cast<size_t>(s->end + MARKER_UNITS - cp);
+    std::memmove(dest, cp, n * sizeof(char16_t));
+    s->end -= cp - dest;
+    return dest;
+}
+
+PpToken* fresh_slot(TokenRow* row, const char16_t* cp) {
+    if (row->last >= row->base + row->max) growRow(2 * row->max, row);
+    PpToken* tp = row->last;
+    tp->type = PP_OTHER;
+    tp->flag = 0;
+    tp->hideset = 0;
+    tp->wslen = 0;
+    tp->len = 0;
+    tp->text = cp;
+    return tp;
+}
+
+} // namespace
+
+void build_lexer_table() {
+    auto& table = cpp.lexTable;
+    std::memset(table, 0, sizeof table);
+    for (const Transition& t : TRANSITIONS)
+        for (int16_t cls : t.on) {
+            if (cls == 0) break;
+            for (int c = 0; c < 256; ++c)
+                if (in_class(cls, c)) table[t.state][c] = t.target;
+        }
+    constexpr int BACKSLASH = '\\';
+    for (auto& row : table) {
+        int16_t e = row[BACKSLASH];
+        int v = e >= 0 ? e : ~e;
+        row[BACKSLASH] = static_cast<int16_t>(~(v | SPLICE_CHECK));
+        row[BufferEndMark] = act(PP_END, A_REFILL);
+        if (row[InputEndMark] >= 0) row[InputEndMark] = act(PP_END, A_END);
+    }
+}
+
+void makeRow(size_t capacity, TokenRow* row) {
+    row->base = static_cast<PpToken*>(mem_alloc(capacity * sizeof(PpToken)));
+    row->cur = row->last = row->base;
+    row->max = capacity;
+}
+
+PpToken* growRow(size_t capacity, TokenRow* row) {
+    size_t cur = static_cast<size_t>(row->cur - row->base);
+    size_t last = rowlen(row);
+    row->base = static_cast<PpToken*>(mem_realloc(row->base, capacity * sizeof(PpToken)));
+    row->cur = row->base + cur;
+    row->last = row->base + last;
+    row->max = capacity;
+    return row->last;
+}
+
+void freeRow(TokenRow* row) {
+    mem_free(row->base);
+    *row = TokenRow{};
+}
+
+uint32_t lexLine(TokenRow* row, bool reset) {
+    SourceFile* s = cpp.source;
+    if (reset) {
+        s->lineinc = 0;
+        start_line(s);
+    }
+    const auto& table = cpp.lexTable;
+    char16_t* cp = s->cursor;
+    uint32_t result = 0;
+    for (;;) {
+        PpToken* tp = fresh_slot(row, cp);
+        int state = 0;
+        for (;;) {
+            char16_t c = *cp;
+            if (c > 255) { // joins whatever is being built
+                ++cp;
+                continue;
+            }
+            int e = table[state][c];
+            if (e >= 0) {
+                state = e;
+                ++cp;
+                continue;
+            }
+            e = ~e;
+            if (e & SPLICE_CHECK) {
+                s->cursor = cp;
+                if (c != u'\\') {
+                    report_pp(warning_code(MSG_LEXICAL_BOTCH));
+                    ++cp;
+                    continue;
+                }
+                if (foldLineSplice(s)) {
+                    s->lineinc += 1;
+                    continue;
+                }
+                e &= ~SPLICE_CHECK;
+                if (e < A_TAKE) {
+                    state = e;
+                    ++cp;
+                    continue;
+                }
+            }
+            int kind = e >> 7;
+            switch (e & 127) {
+            case A_TAKE:
+                ++cp;
+                tp->type = static_cast<uint8_t>(kind);
+                tp->len = static_cast<uint64_t>(cp - tp->text);
+                break;
+            case A_BEFORE:
+                tp->type = static_cast<uint8_t>(kind);
+                tp->len = static_cast<uint64_t>(cp - tp->text);
+                break;
+            case A_NAME_DONE: {
+                tp->type = PP_NAME;
+                tp->len = static_cast<uint64_t>(cp - tp->text);
+                char16_t second = tp->len > 1 ? tp->text[1] : 0;
+                result |= cpp.macroBits[tp->text[0] & 63] & (1u << (second & 31));
+                break;
+            }
+            case A_SPACE_DONE:
+                tp->wslen = static_cast<uint64_t>(cp - tp->text);
+                tp->text = cp;
+                state = 0;
+                continue;
+            case A_COMMENT_DONE:
+                ++cp;
+                tp->text = cp;
+                cp[-1] = u' ';
+                tp->wslen = 1;
+                state = 0;
+                continue;
+            case A_COMMENT_NL:
+                s->lineinc += 1;
+                ++cp;
+                cp = compact_comment(s, cp, tp->text);
+                state = 9;
+                continue;
+            case A_COMMENT_END:
+                s->cursor = cp;
+                if (!s->file) {
+                    tp->type = PP_OPEN_COMMENT;
+                    tp->len = 0;
+                    row->last = tp + 1;
+                    tp = fresh_slot(row, cp);
+                } else {
+                    report_pp(warning_code(MSG_EOF_IN_COMMENT));
+                }
+                tp->text = cp; // closed at the end mark, which ends the row next
+                cp[-1] = u' ';
+                tp->wslen = 1;
+                state = 0;
+                continue;
+            case A_REFILL:
+                s->cursor = cp;
+                fillbuf(s);
+                continue;
+            case A_STRING_END:
+                s->cursor = cp;
+                report_pp(fatal_code(MSG_EOF_IN_STRING));
+                continue;
+            case A_STRING_NL:
+                s->cursor = cp;
+                report_pp(error_code(MSG_UNTERMINATED_STRING));
+                [[fallthrough]];
+            case A_NEWLINE:
+                // The newline keeps the white space before it, but none that
+                // would reach back into a line comment or a dropped constant;
+                // a carriage return right before it still counts.
+                if (state == 0)
+                    tp->wslen += static_cast<uint64_t>(cp - tp->text);
+                else
+                    tp->wslen = cp[-1] == u'\r' ? 1 : 0;
+                tp->type = PP_NEWLINE;
+                tp->text = cp;
+                tp->len = 1;
+                s->lineinc += 1;
+                s->cursor = cp + 1;
+                row->last = tp + 1;
+                return result;
+            case A_END:
+                tp->type = PP_END;
+                tp->len = 0;
+                s->cursor = cp;
+                if (tp != row->base && tp[-1].type != PP_NEWLINE && s->file)
+                    report_pp(warning_code(MSG_NO_NEWLINE_AT_EOF));
+                row->last = tp + 1;
+                return result;
+            }
+            break; // the token is complete
+        }
+        row->last = tp + 1;
+    }
+}
+
+} // namespace tarn

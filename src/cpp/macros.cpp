@@ -1,0 +1,229 @@
+// The symbol table (directive keywords, built-in and user macros) and the
+// definitions that fill it: #define, #undef and definitions from outside.
+// Expansion lives in expand.cpp.
+#include "cpp/state.h"
+
+#include <cstring>
+
+#include "diag/report.h"
+
+namespace tarn {
+
+namespace {
+
+struct Reserved {
+    const char16_t* name;
+    uint8_t value;
+    uint8_t flags;
+};
+
+// Installed at load in this order.
+constexpr Reserved RESERVED[] = {
+    {u"if", KW_IF, SYM_DIRECTIVE},
+    {u"ifdef", KW_IFDEF, SYM_DIRECTIVE},
+    {u"ifndef", KW_IFNDEF, SYM_DIRECTIVE},
+    {u"elif", KW_ELIF, SYM_DIRECTIVE},
+    {u"else", KW_ELSE, SYM_DIRECTIVE},
+    {u"endif", KW_ENDIF, SYM_DIRECTIVE},
+    {u"include", KW_INCLUDE, SYM_DIRECTIVE},
+    {u"define", KW_DEFINE, SYM_DIRECTIVE},
+    {u"undef", KW_UNDEF, SYM_DIRECTIVE},
+    {u"line", KW_LINE, SYM_DIRECTIVE},
+    {u"error", KW_ERROR, SYM_DIRECTIVE},
+    {u"pragma", KW_PRAGMA, SYM_DIRECTIVE},
+    {u"defined", KW_DEFINED, SYM_DEFINED | SYM_UNCHANGEABLE},
+    {u"__LINE__", KW_LINE_MACRO, SYM_UNCHANGEABLE | SYM_BUILTIN},
+    {u"__FILE__", KW_FILE_MACRO, SYM_UNCHANGEABLE | SYM_BUILTIN},
+    {u"__DATE__", KW_DATE_MACRO, SYM_UNCHANGEABLE | SYM_BUILTIN},
+    {u"__TIME__", KW_TIME_MACRO, SYM_UNCHANGEABLE | SYM_BUILTIN},
+    {u"__TARN__", KW_TARN_MACRO, SYM_UNCHANGEABLE | SYM_BUILTIN},
+};
+
+constexpr int DEFINE_LETTER = 'D';
+
+bool same_text(const PpToken& a, const PpToken& b) {
+    return a.len == b.len && std::memcmp(a.text, b.text, a.len * sizeof(char16_t)) == 0;
+}
+
+bool same_tokens(const TokenRow* a, const TokenRow* b) {
+    size_t n = a ? rowlen(a) : 0;
+    if (n != (b ? rowlen(b) : 0)) return false;
+    for (size_t i = 0; i < n; ++i)
+        if (a->base[i].type != b->base[i].type || !same_text(a->base[i], b->base[i])) return false;
+    return true;
+}
+
+// Differs as the redefinition warning sees it: the body token by token, or
+// the parameters (none against some, or different ones).
+bool differs(const Symbol* sym, const TokenRow* replacement, const TokenRow* params) {
+    if (!same_tokens(sym->replacement, replacement)) return true;
+    if ((sym->params == nullptr) != (params == nullptr)) return true;
+    return params && !same_tokens(sym->params, params);
+}
+
+// The tokens that end a row are no part of a definition.
+const PpToken* body_end(const PpToken* from, const PpToken* to) {
+    if (to > from && (to[-1].type == PP_NEWLINE || to[-1].type == PP_END)) --to;
+    return to;
+}
+
+// Reads "(a, b, ...)" after a function-like macro's name; false on a syntax
+// error (reported).
+bool read_params(PpToken** at, std::vector<PpToken>* params) {
+    PpToken* tp = *at + 1; // past "("
+    if (tp->type == K_RP) {
+        *at = tp + 1;
+        return true;
+    }
+    for (;;) {
+        if (tp->type != PP_NAME) break;
+        for (const PpToken& p : *params)
+            if (same_text(p, *tp)) report_pp(error_code(MSG_DUPLICATE_MACRO_ARG));
+        params->push_back(*tp);
+        ++tp;
+        if (tp->type == K_COMMA) {
+            ++tp;
+            continue;
+        }
+        if (tp->type != K_RP) break;
+        *at = tp + 1;
+        return true;
+    }
+    report_pp(error_code(MSG_MACRO_PARAM_SYNTAX));
+    return false;
+}
+
+// The bucket comes from a multiplicative hash of the name: names of one
+// pattern (IDC_1000, IDC_1001, ...) have nearly the same sum of units and
+// would crowd a few long chains.
+size_t bucket_of(uint32_t hash) {
+    return (hash ^ (hash >> 16)) & (cpp.buckets.size() - 1);
+}
+
+// Doubles the buckets, so that chains stay short however many names the
+// headers define.
+void grow_table() {
+    std::vector<Symbol*> old = std::move(cpp.buckets);
+    cpp.buckets.assign(old.size() * 2, nullptr);
+    for (Symbol* chain : old)
+        while (Symbol* s = chain) {
+            chain = s->next;
+            s->next = cpp.buckets[bucket_of(s->hash)];
+            cpp.buckets[bucket_of(s->hash)] = s;
+        }
+}
+
+} // namespace
+
+Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
+    uint32_t hash = 2166136261u;
+    for (size_t i = 0; i < len; ++i) hash = (hash ^ name[i]) * 16777619u;
+    Symbol** bucket = &cpp.buckets[bucket_of(hash)];
+    for (Symbol* s = *bucket; s; s = s->next)
+        if (s->hash == hash && s->len == len &&
+            std::memcmp(s->name, name, len * sizeof(char16_t)) == 0)
+            return s;
+    if (!install) return nullptr;
+    if (cpp.symbolCount >= cpp.buckets.size()) {
+        grow_table();
+        bucket = &cpp.buckets[bucket_of(hash)];
+    }
+    Symbol* s = cpp.arena.make<Symbol>();
+    s->name = cpp.arena.copy(name, len);
+    s->len = len;
+    s->hash = hash;
+    s->next = *bucket;
+    *bucket = s;
+    cpp.symbolCount += 1;
+    char16_t second = len > 1 ? name[1] : 0;
+    cpp.macroBits[name[0] & 63] |= 1u << (second & 31);
+    return s;
+}
+
+Symbol* lookupSymbol(const PpToken* tp, bool install) {
+    return lookup_name(tp->text, tp->len, install);
+}
+
+bool symbol_is_defined(const PpToken* tp) {
+    Symbol* s = lookupSymbol(tp, false);
+    return s && (s->flags & (SYM_DEFINED | SYM_BUILTIN));
+}
+
+void seed_symbols() {
+    for (const Reserved& r : RESERVED) {
+        Symbol* s = lookup_name(r.name, std::char_traits<char16_t>::length(r.name), true);
+        s->value = r.value;
+        s->flags = r.flags;
+        if (r.value == KW_DEFINED) {
+            // `defined` is a defined name that expands to itself; #if lines
+            // switch its value to KW_DEFINED while they are expanded.
+            cpp.definedSymbol = s;
+            s->value = KW_DEFINED_IDLE;
+            PpToken self{};
+            self.type = PP_NAME;
+            self.text = s->name;
+            self.len = s->len;
+            s->replacement = persistentRow(&self, &self + 1);
+        }
+    }
+}
+
+void defineMacro(TokenRow* row) {
+    PpToken* tp = row->cur;
+    if (tp->type != PP_NAME) {
+        report_pp(error_code(MSG_DEFINE_NOT_NAME));
+        return;
+    }
+    PpToken* name = tp;
+    Symbol* sym = lookupSymbol(name, true);
+    if (sym->flags & SYM_UNCHANGEABLE) {
+        report_pp(error_code(MSG_CANNOT_REDEFINE), name);
+        return;
+    }
+    ++tp;
+    bool function_like = tp->type == K_LP && tp->wslen == 0;
+    std::vector<PpToken> params;
+    if (function_like && !read_params(&tp, &params)) return;
+    TokenRow* replacement = persistentRow(tp, body_end(tp, row->last));
+    TokenRow* param_row =
+        function_like ? persistentRow(params.data(), params.data() + params.size()) : nullptr;
+    if ((sym->flags & SYM_DEFINED) && differs(sym, replacement, param_row))
+        report_pp(warning_code(MSG_MACRO_REDEFINITION), name);
+    sym->replacement = replacement;
+    sym->params = param_row;
+    sym->flags |= SYM_DEFINED;
+}
+
+void undefineMacro(TokenRow* row) {
+    PpToken* tp = row->cur;
+    if (tp->type != PP_NAME || rowlen(row) != 4) {
+        report_pp(error_code(MSG_UNDEF_SYNTAX));
+        return;
+    }
+    if (Symbol* sym = lookupSymbol(tp, false)) sym->flags &= ~SYM_DEFINED;
+}
+
+void defineFromArgument(TokenRow* row, int kind) {
+    row->cur = row->base;
+    PpToken* tp = row->base;
+    if (kind != DEFINE_LETTER) {
+        if (rowlen(row) != 2 || tp[0].type != PP_NAME || tp[1].type != PP_END)
+            report_pp(fatal_code(MSG_ILLEGAL_DU_ARGUMENT), row);
+        if (Symbol* sym = lookupSymbol(tp, false)) sym->flags &= ~SYM_DEFINED;
+        return;
+    }
+    if (tp->type != PP_NAME) report_pp(fatal_code(MSG_ILLEGAL_DU_ARGUMENT), row);
+    const PpToken* body = tp + 1;
+    const PpToken* end = body;
+    if (body < row->last && body->type != PP_END) {
+        if (body->type != K_ASGN) report_pp(fatal_code(MSG_ILLEGAL_DU_ARGUMENT), row);
+        ++body;
+        end = body_end(body, row->last);
+    }
+    Symbol* sym = lookupSymbol(tp, true);
+    sym->replacement = persistentRow(body, end);
+    sym->params = nullptr;
+    sym->flags |= SYM_DEFINED;
+}
+
+} // namespace tarn

@@ -1,0 +1,65 @@
+// Token output: rows are written as UTF-16 text, each token with the white
+// space that stood before it, into one output buffer from which the script
+// lexer or the preprocess-only run pulls. Line markers (#line n "name") tell
+// the consumer where the text comes from.
+#include "cpp/preprocessor.h"
+#include "cpp/state.h"
+
+#include <cstring>
+#include <string>
+
+#include "diag/report.h"
+
+namespace tarn {
+
+int put_tokens(TokenRow* row) {
+    const PpToken* tp = row->base;
+    const PpToken* last = row->last;
+    while (tp < last) {
+        const char16_t* from = tp->text - tp->wslen;
+        const char16_t* to = tp->text + tp->len;
+        // Text that comes straight from one buffer is copied in one piece.
+        for (++tp; tp < last && tp->text - tp->wslen == to; ++tp) to = tp->text + tp->len;
+        auto n = static_cast<size_t>(to - from);
+        if (cpp.outpos + n >= OUTPUT_UNITS)
+            report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
+        std::memcpy(cpp.outbuf + cpp.outpos, from, n * sizeof(char16_t));
+        cpp.outpos += n;
+    }
+    row->cur = row->last;
+    return cpp.outpos < OUTPUT_WORKING;
+}
+
+int writeLineMarker() {
+    const SourceFile* s = cpp.source;
+    std::u16string t = u"#line ";
+    for (char c : std::to_string(s->line)) t += char16_t(c);
+    t += u" \"";
+    t += s->name;
+    t += u"\"\n";
+    char16_t* text = scratch_alloc(t.size());
+    std::memcpy(text, t.data(), t.size() * sizeof(char16_t));
+    PpToken marker{};
+    marker.type = PP_OTHER;
+    marker.text = text;
+    marker.len = t.size();
+    TokenRow row{&marker, &marker, &marker + 1, 1};
+    return put_tokens(&row);
+}
+
+size_t readPreprocessed(char16_t* dest, size_t max) {
+    while (!cpp.preprocessDone && cpp.outpos < OUTPUT_WORKING && cpp.source)
+        if (processLines(&cpp.mainRow)) cpp.preprocessDone = true;
+    size_t n = cpp.outpos;
+    if (n <= max) {
+        std::memcpy(dest, cpp.outbuf, n * sizeof(char16_t));
+        cpp.outpos = 0;
+        return n;
+    }
+    std::memcpy(dest, cpp.outbuf, max * sizeof(char16_t));
+    std::memmove(cpp.outbuf, cpp.outbuf + max, (n - max) * sizeof(char16_t));
+    cpp.outpos = n - max;
+    return max;
+}
+
+} // namespace tarn

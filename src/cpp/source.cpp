@@ -1,0 +1,193 @@
+// Source input: the stack of open inputs (files and short texts), the refill
+// that turns each file's encoding into UTF-16, line splices, and the one-time
+// windows.h prelude. Every buffer ends in marker units (27: refill due, 26:
+// end of input), so the lexer never tests a length.
+//
+// Messages whose inserts only the platform formatter expands ("%1!d!", "%2",
+// a system error's own text) go through the script report; the others
+// through the preprocessor report, which names the file and line at hand.
+#include "cpp/preprocessor.h"
+#include "cpp/state.h"
+
+#include <cstring>
+
+#include "api/state.h"
+#include "diag/report.h"
+#include "support/files.h"
+#include "support/paths.h"
+#include "support/text.h"
+
+namespace tarn {
+
+namespace {
+
+constexpr char16_t WindowsPrelude[] =
+    u"#include <windows.h>\n#define BSS_GROUP 1L\n#define BSS_HDIP 2L\n#define BSS_VDIP 3L\n"
+    u"#define BSS_HBUMP 4L\n#define BSS_VBUMP 5L\n#define BSS_RGROUP 6L\n"
+    u"#define BSS_CAPTION 0x8000L\n#define BSS_CTLCOLOR 0x4000L\n#define BSS_NOPREFIX 0x2000L\n"
+    u"#define BSS_LEFT 0x0000L\n#define BSS_CENTER 0x0100L\n#define BSS_RIGHT 0x0200L\n"
+    u"#define BSS_ALIGNMASK 0x0300L\n#line 1\n";
+constexpr size_t PRELUDE_UNITS = sizeof(WindowsPrelude) / sizeof(char16_t) - 1;
+static_assert(PRELUDE_UNITS == 348);
+
+constexpr uint32_t UTF8_CODE_PAGE = 65001;
+
+void put_marks(char16_t* at, char16_t mark) {
+    for (size_t i = 0; i < MARKER_UNITS; ++i) at[i] = mark;
+}
+
+const char16_t* encoding_word(SourceEncoding e) {
+    switch (e) {
+    case EncodingUtf16BE:
+        return u"UTF-16BE";
+    case EncodingUtf32LE:
+        return u"UTF-32LE";
+    default:
+        return u"UTF-32BE";
+    }
+}
+
+// Reads a UTF-8 chunk; a sequence cut by the chunk's end is read again next time.
+size_t read_utf8(SourceFile* s, size_t room) {
+    uint32_t got = 0;
+    if (file_read_some(s->file, cpp.staging_utf8, STAGING_BYTES, &got) || got == 0) return 0;
+    size_t whole = utf8_valid_prefix(cpp.staging_utf8, got);
+    if (whole < got && file_seek(s->file, -static_cast<int64_t>(got - whole), SeekOrigin::current))
+        report_pp(fatal_code(MSG_READ_ERROR));
+    size_t n = plat_to_utf16(UTF8_CODE_PAGE, reinterpret_cast<const char*>(cpp.staging_utf8), whole,
+                             s->end, room);
+    if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), UTF8_CODE_PAGE);
+    return n;
+}
+
+size_t read_code_page(SourceFile* s, size_t room) {
+    uint32_t got = 0;
+    if (file_read_some(s->file, cpp.staging_cp, STAGING_BYTES, &got) || got == 0) return 0;
+    uint32_t cp = compile_state.code_page;
+    size_t n = plat_to_utf16(cp, reinterpret_cast<const char*>(cpp.staging_cp), got, s->end, room);
+    if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), cp);
+    return n;
+}
+
+size_t read_utf16(SourceFile* s) {
+    uint32_t got = 0;
+    if (file_read_some(s->file, s->end, FILL_UNITS * 2, &got)) return 0;
+    return got / 2; // an odd last byte is dropped
+}
+
+// The prelude goes in front of the first file text read after loading, when
+// windows.h can be found; either way the chance passes.
+bool inject_prelude(SourceFile* s) {
+    if (!cpp.preludePending) return false;
+    std::u16string path = findInclude(u"windows.h", true);
+    cpp.preludePending = file_exists(path.c_str()) ? 1 : 0;
+    if (!cpp.preludePending) return false;
+    cpp.preludePending = 0;
+    std::memcpy(s->end, WindowsPrelude, PRELUDE_UNITS * sizeof(char16_t));
+    s->end += PRELUDE_UNITS;
+    put_marks(s->end, BufferEndMark);
+    return true;
+}
+
+} // namespace
+
+SourceEncoding detectEncoding(FileHandle f) {
+    return static_cast<SourceEncoding>(detect_signature(f));
+}
+
+SourceFile* pushSource(const char16_t* name, const char16_t* text) {
+    SourceFile* s = new SourceFile;
+    s->name = name;
+    s->previous = cpp.source;
+    cpp.source = s;
+    if (text) {
+        size_t n = str_len(text);
+        s->buffer = scratch_alloc(n + MARKER_UNITS);
+        std::memcpy(s->buffer, text, n * sizeof(char16_t));
+        s->cursor = s->buffer;
+        s->end = s->buffer + n;
+        put_marks(s->end, BufferEndMark);
+        return s;
+    }
+    s->buffer = new char16_t[INPUT_BUFFER_UNITS + MARKER_UNITS];
+    s->cursor = s->buffer;
+    s->end = s->buffer;
+    put_marks(s->end, BufferEndMark);
+    FileHandle f = nullptr;
+    if (uint32_t e = file_open_read(name, &f)) {
+        delete[] s->buffer;
+        cpp.source = s->previous;
+        delete s;
+        if (e == ERR_FILE_NOT_FOUND || e == ERR_PATH_NOT_FOUND)
+            report_pp(fatal_code(cpp.source ? MSG_INCLUDE_NOT_FOUND : MSG_FILE_NOT_FOUND), name);
+        report(fatal_system_code(e), name);
+    }
+    s->file = f;
+    SourceEncoding e = detectEncoding(f);
+    s->encoding = e;
+    if (e == EncodingUtf16BE || e == EncodingUtf32LE || e == EncodingUtf32BE)
+        report(fatal_code(MSG_UNSUPPORTED_ENCODING), name, encoding_word(e));
+    return s;
+}
+
+void popSource() {
+    SourceFile* s = cpp.source;
+    if (!s) return;
+    if (s->file) {
+        file_close(s->file);
+        delete[] s->buffer; // a text input's buffer stays with the line's scratch texts
+    }
+    cpp.source = s->previous;
+    delete s;
+}
+
+int32_t fillbuf(SourceFile* s) {
+    size_t count = 0;
+    if (s->file) {
+        if (inject_prelude(s)) return 0;
+        char16_t* limit = s->buffer + INPUT_BUFFER_UNITS;
+        if (s->end + FILL_UNITS > limit) report_pp(fatal_code(MSG_INPUT_BUFFER_OVERFLOW));
+        size_t room = static_cast<size_t>(limit - s->end);
+        switch (s->encoding) {
+        case EncodingUtf16LE:
+            count = read_utf16(s);
+            break;
+        case EncodingCodePage:
+            count = read_code_page(s, room);
+            break;
+        case EncodingUtf8:
+            count = read_utf8(s, room);
+            break;
+        default:
+            report_pp(fatal_code(MSG_INTERNAL_ERROR), u"fillbuf");
+        }
+    }
+    // A 27 at the cursor ends the input: in a file it was text; in a text
+    // input it would otherwise be met again and again.
+    if (*s->cursor == BufferEndMark) *s->cursor = InputEndMark;
+    if (count) {
+        s->end += count;
+        put_marks(s->end, BufferEndMark);
+        return 0;
+    }
+    put_marks(s->end, InputEndMark);
+    return -1;
+}
+
+int foldLineSplice(SourceFile* s) {
+    char16_t* bs = s->cursor;
+    while (s->end - (bs + 1) < 2)
+        if (fillbuf(s) == -1) break;
+    size_t drop = 0;
+    if (bs[1] == u'\r' && bs[2] == u'\n')
+        drop = 3;
+    else if (bs[1] == u'\n')
+        drop = 2;
+    if (!drop) return 0;
+    size_t rest = static_cast<size_t>(s->end + MARKER_UNITS - (bs + drop));
+    std::memmove(bs, bs + drop, rest * sizeof(char16_t));
+    s->end -= drop;
+    return 1;
+}
+
+} // namespace tarn

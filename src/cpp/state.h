@@ -1,0 +1,279 @@
+// The preprocessor's process-wide state (one CppState) and the operations its
+// files share: sources and buffers, the lexer, rows, symbols and hidesets,
+// directives, expansion, #if and output. preprocessor.h is the outside view.
+#pragma once
+
+#include "cpp/tokens.h"
+#include "support/platform.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace tarn {
+
+// ---- Token kinds beyond those of tokens.h (numbers fixed by the lexer table)
+// clang-format off
+enum : uint8_t {
+    K_EQ = 9, K_NEQ, K_LEQ, K_GEQ, K_LSH, K_RSH, K_LAND, K_LOR,     // 9..16
+    K_PPLUS, K_MMINUS, K_ARROW,                                      // 17..19
+    K_SBRA, K_KET, K_LP, K_RP, K_DOT,                                // 20..24
+    K_AND, K_STAR, K_PLUS, K_MINUS, K_TILDE, K_NOT, K_SLASH, K_PCT,  // 25..32
+    K_LT, K_GT, K_CIRC, K_OR, K_QUEST, K_COLON, K_ASGN, K_COMMA,     // 33..40
+    K_SEMIC = 42, K_CBRA, K_CKET,                                    // 42..44
+    K_ASPLUS, K_ASMINUS, K_ASSTAR, K_ASSLASH, K_ASPCT, K_ASCIRC,     // 45..50
+    K_ASLSH, K_ASRSH, K_ASOR, K_ASAND, K_ELLIPS,                     // 51..55
+};
+// clang-format on
+
+// ---- Sources (source.cpp)
+enum SourceEncoding : int32_t {
+    EncodingUnknown = 0,
+    EncodingCodePage = 1,
+    EncodingUtf8 = 2,
+    EncodingUtf16LE = 3,
+    EncodingUtf16BE = 4,
+    EncodingUtf32LE = 5,
+    EncodingUtf32BE = 6,
+};
+
+constexpr char16_t BufferEndMark = 27; // refill due
+constexpr char16_t InputEndMark = 26;  // the input ends here
+constexpr size_t MARKER_UNITS = 4;
+constexpr size_t INPUT_BUFFER_UNITS = 32768; // 65,536 bytes of text
+constexpr size_t FILL_UNITS = 4096;          // room one refill needs (8,192 bytes)
+constexpr size_t STAGING_BYTES = 4096;
+constexpr size_t LINE_COMPACT_AT = 24576;    // three quarters of the buffer
+constexpr size_t COMMENT_COMPACT_AT = 28672; // seven eighths
+
+struct SourceFile {
+    FileHandle file = nullptr; // null for a text input
+    char16_t* buffer = nullptr;
+    char16_t* cursor = nullptr;
+    char16_t* end = nullptr; // markers stand here
+    int32_t encoding = EncodingUtf16LE;
+    int32_t line = 1;
+    int32_t lineinc = 0;
+    int32_t ifdepth = 0;
+    const char16_t* name = nullptr; // not owned
+    SourceFile* previous = nullptr;
+};
+
+SourceFile* pushSource(const char16_t* name, const char16_t* text);
+void popSource();
+int32_t fillbuf(SourceFile* s);
+int foldLineSplice(SourceFile* s);
+SourceEncoding detectEncoding(FileHandle f);
+
+// ---- Lexer and rows (lexer.cpp, rows.cpp)
+void build_lexer_table();
+void makeRow(size_t capacity, TokenRow* row);
+PpToken* growRow(size_t capacity, TokenRow* row);
+void freeRow(TokenRow* row);
+uint32_t lexLine(TokenRow* row, bool reset);
+
+// Token flag bits: bit 0 as the lexer documents it; bit 1 marks a text that
+// has a blank unit in front of it, so a space can be given without a copy.
+constexpr uint8_t FLAG_INSERTED_SPACE = 1;
+constexpr uint8_t FLAG_ROOM = 2;
+
+inline size_t rowlen(const TokenRow* r) {
+    return static_cast<size_t>(r->last - r->base);
+}
+
+// A row freed on every path out of a scope.
+struct ScopedRow {
+    TokenRow row{};
+    explicit ScopedRow(size_t capacity) { makeRow(capacity, &row); }
+    ScopedRow(const ScopedRow&) = delete;
+    ScopedRow& operator=(const ScopedRow&) = delete;
+    ~ScopedRow() { freeRow(&row); }
+};
+
+void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to); // dst made here
+// Replaces n tokens at index `at` by the tokens of src; `spaced`: white
+// space stood in front of the replaced tokens, and goes to the first token
+// after the replacement. Blanks are added where tokens would run together.
+void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_t count,
+                   bool spaced);
+void eraseTokens(TokenRow* row, size_t at, size_t n);
+// The blank (flag bit 0) that keeps a token apart from the one before it,
+// if the two would otherwise be read as other tokens; an unneeded one goes.
+void separateToken(TokenRow* row, size_t at);
+// One unit of real white space in front of the token.
+void giveSpace(PpToken* tp);
+// The row as one newline token ("empty the row").
+void emptyRow(TokenRow* row);
+// Copy of tokens in storage of their own (texts included), as macro bodies
+// keep them: one blank of room in front of each text, white space
+// normalised to one unit, none before the first token.
+TokenRow* persistentRow(const PpToken* from, const PpToken* to);
+
+// ---- Symbols (macros.cpp)
+enum SymbolFlag : uint8_t {
+    SYM_DEFINED = 1,
+    SYM_DIRECTIVE = 2,
+    SYM_UNCHANGEABLE = 4,
+    SYM_BUILTIN = 8,
+};
+
+enum Keyword : uint8_t {
+    KW_IF = 0,
+    KW_IFDEF,
+    KW_IFNDEF,
+    KW_ELIF,
+    KW_ELSE,
+    KW_ENDIF,
+    KW_INCLUDE,
+    KW_DEFINE,
+    KW_UNDEF,
+    KW_LINE,
+    KW_ERROR,
+    KW_PRAGMA,
+    KW_DEFINED = 12, // the value `defined` carries while an #if line is expanded
+    KW_LINE_MACRO = 13,
+    KW_FILE_MACRO,
+    KW_DATE_MACRO,
+    KW_TIME_MACRO,
+    KW_TARN_MACRO,
+};
+constexpr uint8_t KW_DEFINED_IDLE = 2; // the value `defined` has otherwise
+
+struct Symbol {
+    Symbol* next = nullptr; // in its bucket
+    const char16_t* name = nullptr;
+    uint64_t len = 0;
+    TokenRow* replacement = nullptr;
+    TokenRow* params = nullptr; // null: object-like
+    uint8_t value = 0;
+    uint8_t flags = 0;
+    uint32_t hash = 0; // of the name; chooses the bucket, compared before the units
+};
+
+constexpr size_t SYMBOL_BUCKETS = 512; // at first; doubled when the table fills
+
+Symbol* lookupSymbol(const PpToken* tp, bool install);
+Symbol* lookup_name(const char16_t* name, size_t len, bool install);
+void seed_symbols();
+void defineMacro(TokenRow* row);
+void undefineMacro(TokenRow* row);
+void defineFromArgument(TokenRow* row, int kind);
+void expandRow(TokenRow* row, const char16_t* name);
+void expandMacro(TokenRow* row, Symbol* sym);
+bool symbol_is_defined(const PpToken* tp); // defined or built in
+
+inline bool macro_bit_set(const uint32_t* bits, const PpToken* tp) {
+    char16_t second = tp->len > 1 ? tp->text[1] : 0;
+    return (bits[tp->text[0] & 63] & (1u << (second & 31))) != 0;
+}
+
+// ---- Hidesets (hideset.cpp)
+void hideset_start();
+uint16_t new_hideset(uint16_t hs, const Symbol* sym);
+bool check_hideset(uint16_t hs, const Symbol* sym);
+uint16_t unionHidesets(uint16_t a, uint16_t b);
+
+constexpr size_t HIDESET_MAX_MEMBERS = 30;
+
+struct HidesetTable {
+    std::vector<uint32_t> start;        // first member of each set
+    std::vector<const Symbol*> members; // each set in address order, then null
+    std::vector<uint64_t> hashes;       // of each set
+    std::vector<int32_t> slots;         // open-addressed index of the sets
+};
+
+// ---- Directives, #include and #if (directives.cpp, include.cpp, ifexpr.cpp)
+int processLines(TokenRow* row);
+void runDirective(TokenRow* row);
+void doInclude(TokenRow* row);
+void addIncludeDir(const char16_t* path, uint32_t kind, bool append);
+void setup_include_dirs();
+bool evalIf(TokenRow* row);
+bool evalIfdef(TokenRow* row, bool negate);
+
+constexpr int64_t MAX_IF_DEPTH = 31;
+constexpr int32_t MAX_INCLUDE_DEPTH = 100;
+
+enum IncludeKind : uint32_t { DIR_ANGLED = 1, DIR_STANDARD = 2 };
+
+struct IncludeDir {
+    IncludeDir* next = nullptr;
+    const char16_t* path = nullptr;
+    uint32_t kind = 0;
+};
+
+// ---- Output (output.cpp)
+constexpr size_t OUTPUT_UNITS = 12288;
+constexpr size_t OUTPUT_WORKING = 4096;
+
+int put_tokens(TokenRow* row);
+int writeLineMarker();
+char16_t* scratch_alloc(size_t n);
+void scratch_reset();
+
+// ---- Storage
+// Blocks that live until the library is reset (symbols, macro bodies, names).
+struct Arena {
+    std::vector<std::unique_ptr<char[]>> blocks;
+    char* cur = nullptr;
+    size_t left = 0;
+    void* alloc(size_t bytes);
+    char16_t* copy(const char16_t* s, size_t n); // zero-terminated copy
+    template <class T> T* make() { return new (alloc(sizeof(T))) T(); }
+};
+
+// Storage for texts made while one line is handled; set back to its start
+// whenever the line loop lexes a new line. Blocks are kept for reuse.
+struct Scratch {
+    std::vector<std::unique_ptr<char16_t[]>> blocks;
+    std::vector<size_t> sizes;
+    size_t block = 0;
+    size_t used = 0;
+};
+
+// ---- All of it
+struct CppState {
+    // Sources
+    SourceFile* source = nullptr;
+    int32_t preludePending = 1;
+    unsigned char staging_cp[STAGING_BYTES] = {};
+    unsigned char staging_utf8[STAGING_BYTES] = {};
+
+    // Lexer
+    int16_t lexTable[32][256] = {};
+    uint32_t macroBits[64] = {};
+
+    // Symbols and hidesets
+    std::vector<Symbol*> buckets = std::vector<Symbol*>(SYMBOL_BUCKETS);
+    size_t symbolCount = 0;
+    Symbol* definedSymbol = nullptr;
+    HidesetTable hidesets;
+
+    // Conditionals and includes
+    int64_t ifDepth = 0;
+    int64_t skipLevel = 0;
+    uint8_t ifState[MAX_IF_DEPTH + 1] = {};
+    int32_t ifLine[MAX_IF_DEPTH + 1] = {};
+    int32_t includeDepth = 0;
+    IncludeDir* includeDirs = nullptr;
+
+    // Output
+    char16_t outbuf[OUTPUT_UNITS] = {};
+    size_t outpos = 0;
+    bool preprocessDone = false;
+    Scratch scratch;
+
+    // The run
+    TokenRow mainRow{};
+    uint32_t pending = 0; // the line may hold a macro name
+    std::string startTime;
+
+    Arena arena;
+};
+
+extern CppState cpp;
+
+} // namespace tarn

@@ -1,0 +1,110 @@
+// What the statement handlers share: the attributes a statement starts from,
+// memory options, optional statements, the LANGUAGE clause, names and types
+// as NameOrOrdinals, and the verbose "Writing ..." line.
+#include "resources/common.h"
+
+#include "api/state.h"
+#include "cpp/preprocessor.h"
+#include "diag/report.h"
+#include "resources/rc_main.h"
+#include "script/expr.h"
+#include "support/text.h"
+
+namespace tarn {
+
+namespace {
+
+// The asymmetry is intended: DISCARDABLE sets pure as well, IMPURE clears
+// discardable as well.
+struct MemoryOption {
+    int32_t kind;
+    uint16_t set;
+    uint16_t clear;
+};
+constexpr MemoryOption memory_options[] = {
+    {TK_PRELOAD, MEM_PRELOAD, 0},
+    {TK_LOADONCALL, 0, MEM_PRELOAD},
+    {TK_MOVEABLE, MEM_MOVEABLE, 0},
+    {TK_FIXED, 0, MEM_MOVEABLE},
+    {TK_PURE, MEM_PURE, 0},
+    {TK_IMPURE, 0, MEM_PURE | MEM_DISCARDABLE},
+    {TK_DISCARDABLE, MEM_PURE | MEM_DISCARDABLE, 0},
+};
+
+const MemoryOption* find_memory_option(int32_t kind) {
+    for (const MemoryOption& m : memory_options)
+        if (m.kind == kind) return &m;
+    return nullptr;
+}
+
+NameOrOrdinal ordinal_checked(uint32_t value, Msg warning) {
+    if (value > 0xFFFF) report(warning_code(warning));
+    return make_ordinal(uint16_t(value));
+}
+
+} // namespace
+
+ResourceAttributes default_attributes_copy() {
+    return compile_state.default_attributes;
+}
+
+uint16_t parse_memory_flags(uint16_t flags) {
+    while (const MemoryOption* m = find_memory_option(token.kind)) {
+        flags = uint16_t((flags | m->set) & ~m->clear);
+        next_token();
+    }
+    return flags;
+}
+
+void parse_language(ResourceAttributes& attributes) {
+    uint16_t primary = uint16_t(parse_expr16(true));
+    expect(TK_COMMA);
+    uint16_t sub = uint16_t(parse_expr16(true));
+    attributes.language = uint16_t((sub << 10) | primary);
+}
+
+void parse_optional_statements(ResourceAttributes& attributes, DialogOptions* dialog) {
+    for (;;) {
+        if (accept(TK_CHARACTERISTICS))
+            attributes.characteristics = parse_expr(true);
+        else if (accept(TK_LANGUAGE))
+            parse_language(attributes);
+        else if (accept(TK_VERSION))
+            attributes.version = parse_expr(true);
+        else if (!dialog || !parse_dialog_option(*dialog))
+            return;
+    }
+}
+
+NameOrOrdinal name_ordinal(uint32_t value) {
+    return ordinal_checked(value, MSG_NAME_ORDINAL_BOUNDS);
+}
+
+NameOrOrdinal type_ordinal(uint32_t value) {
+    return ordinal_checked(value, MSG_TYPE_ORDINAL_BOUNDS);
+}
+
+NameOrOrdinal name_of(const ScriptToken& name) {
+    if (name.kind == TK_NUMBER) return name_ordinal(number_value(name));
+    return make_name(std::u16string_view(name.text, name.length));
+}
+
+std::u16string find_resource_file(const std::u16string& name) {
+    return findInclude(name.c_str(), false, resources_state.main_input.c_str());
+}
+
+void show_writing(const std::u16string& type_text, const ScriptToken* name,
+                  const ResourceAttributes* attributes) {
+    if (!compile_state.info_callback) return;
+    std::u16string line = format_message(MSG_WRITING, type_text);
+    if (name && name->kind == TK_NUMBER)
+        line += format_message(MSG_WRITING_ID, int(number_value(*name)));
+    else if (name)
+        line += format_message(MSG_WRITING_NAME, std::u16string(name->text, name->length));
+    if (attributes) line += format_message(MSG_WRITING_LANGUAGE, unsigned(attributes->language));
+    if (compile_state.output_file)
+        line += format_message(MSG_WRITING_OFFSET, unsigned(output_position()));
+    send_info(line);
+}
+
+} // namespace tarn

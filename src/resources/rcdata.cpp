@@ -1,0 +1,97 @@
+// RCDATA (raw data, inline or from a file) and resources of user-defined
+// types, whose data always come from a file.
+#include <vector>
+
+#include "diag/report.h"
+#include "resources/common.h"
+#include "script/expr.h"
+#include "support/text.h"
+
+namespace tarn {
+
+namespace {
+
+constexpr uint16_t RCDATA_FLAGS = 0x0030;
+constexpr uint16_t USER_RESOURCE_FLAGS = 0x0030;
+
+void append_le(std::vector<uint8_t>& data, uint32_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) data.push_back(uint8_t(value >> (8 * i)));
+}
+
+// One item: a narrow string as its low bytes, a wide string as its low
+// bytes each followed by a zero, or a number in 4 bytes when the last number
+// lexed carried "L", else in 2.
+void read_item(std::vector<uint8_t>& data) {
+    if (token.kind == TK_STRING || token.kind == TK_WSTRING) {
+        for (size_t i = 0; i < token.length; ++i) {
+            data.push_back(uint8_t(token.text[i]));
+            if (token.kind == TK_WSTRING) data.push_back(0);
+        }
+        next_token();
+        return;
+    }
+    bool is_long = token.is_long;
+    append_le(data, parse_expr(true), is_long ? 4 : 2);
+}
+
+std::vector<uint8_t> read_items() {
+    std::vector<uint8_t> data;
+    expect(TK_BEGIN);
+    while (!accept(TK_END)) {
+        if (accept(TK_COMMA)) continue; // a stray comma is passed over
+        read_item(data);
+        accept(TK_COMMA);
+    }
+    return data;
+}
+
+uint32_t write_rcdata(const NameOrOrdinal& name, const ResourceAttributes& attributes,
+                      const std::vector<uint8_t>& data) {
+    uint32_t size = uint32_t(data.size());
+    uint32_t e = write_resource_header(size, attributes, make_ordinal(RT_RCDATA), name);
+    if (!e) e = write_bytes(data.data(), size);
+    if (!e) e = pad_to_4(output_position());
+    return e ? fatal_system_code(e) : 0;
+}
+
+std::u16string user_type_text(const ScriptToken& type) {
+    if (type.kind == TK_NUMBER) return u"0x" + hex_text(number_value(type), false);
+    return std::u16string(type.text, type.length);
+}
+
+} // namespace
+
+bool names_file(const ScriptToken& t) {
+    return t.kind == TK_STRING || t.kind == TK_NAME;
+}
+
+void compile_rcdata(const ScriptToken& name) {
+    ResourceAttributes attributes = default_attributes_copy();
+    attributes.memory_flags = parse_memory_flags(RCDATA_FLAGS);
+    parse_optional_statements(attributes, nullptr);
+    show_writing(u"RCDATA", &name, &attributes);
+    if (names_file(token)) {
+        // Only the memory flags travel with the file form, deliberately.
+        copy_named_file(name_of(name), make_ordinal(RT_RCDATA), attributes.memory_flags);
+        return;
+    }
+    std::vector<uint8_t> data = read_items();
+    report(write_rcdata(name_of(name), attributes, data));
+}
+
+void compile_user_resource(const ScriptToken& name, const ScriptToken& type) {
+    uint16_t flags = parse_memory_flags(USER_RESOURCE_FLAGS);
+    ResourceAttributes attributes = default_attributes_copy();
+    show_writing(user_type_text(type), &name, &attributes);
+    if (!names_file(token)) {
+        report(error_code(MSG_INVALID_SYNTAX));
+        return;
+    }
+    NameOrOrdinal resource = name_of(name); // its warning comes before the type's
+    NameOrOrdinal type_name = type.kind == TK_NUMBER
+                                  ? type_ordinal(number_value(type))
+                                  : make_name(std::u16string_view(type.text, type.length));
+    copy_named_file(resource, type_name, flags);
+}
+
+} // namespace tarn

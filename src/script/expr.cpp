@@ -1,0 +1,126 @@
+// Constant expressions: a recursive descent over the current token, one
+// function per precedence level. "|" and "&" share the lowest level, so
+// 1 | 2 & 4 is (1 | 2) & 4.
+#include "script/expr.h"
+
+#include <cstdint>
+
+#include "diag/report.h"
+#include "script/lexer.h"
+
+namespace tarn {
+
+namespace {
+
+// Nesting beyond this would only exhaust the stack; no real script comes near.
+constexpr int MAX_NESTING = 1000;
+int nesting = 0;
+
+// Counts one level of parentheses or unary operators for as long as it lives.
+struct NestingLevel {
+    NestingLevel() {
+        if (++nesting > MAX_NESTING) report(fatal_code(MSG_INTERNAL_ERROR), u"parse_expr");
+    }
+    ~NestingLevel() { --nesting; }
+    NestingLevel(const NestingLevel&) = delete;
+    NestingLevel& operator=(const NestingLevel&) = delete;
+};
+
+uint32_t parse_unary(bool required);
+
+uint32_t divide(uint32_t left, uint32_t right) {
+    if (right == 0) {
+        report(warning_code(MSG_DIVISION_BY_ZERO));
+        return left;
+    }
+    int32_t l = int32_t(left), r = int32_t(right);
+    if (l == INT32_MIN && r == -1) return left; // the one quotient that overflows
+    return uint32_t(l / r);
+}
+
+uint32_t parse_multiplicative(bool required) {
+    uint32_t value = parse_unary(required);
+    for (;;) {
+        if (accept(TK_STAR))
+            value *= parse_unary(required);
+        else if (accept(TK_SLASH))
+            value = divide(value, parse_unary(required));
+        else
+            return value;
+    }
+}
+
+uint32_t parse_additive(bool required) {
+    uint32_t value = parse_multiplicative(required);
+    for (;;) {
+        if (accept(TK_PLUS))
+            value += parse_multiplicative(required);
+        else if (accept(TK_MINUS))
+            value -= parse_multiplicative(required);
+        else
+            return value;
+    }
+}
+
+uint32_t parse_unary(bool required) {
+    NestingLevel level;
+    if (accept(TK_MINUS)) return 0u - parse_unary(required);
+    if (accept(TK_TILDE)) return ~parse_unary(required);
+    if (accept(TK_LPAREN)) {
+        uint32_t value = parse_expr(required);
+        expect(TK_RPAREN);
+        return value;
+    }
+    if (token.kind == TK_NUMBER) {
+        uint32_t value = number_value(token);
+        next_token();
+        return value;
+    }
+    if (required) expect(TK_NUMBER);
+    return 0;
+}
+
+// One term of a style list; NOT clears the number's bits.
+uint32_t parse_style_term(uint32_t value) {
+    NestingLevel level;
+    if (accept(TK_LPAREN)) {
+        value = parse_style(value);
+        expect(TK_RPAREN);
+        return value;
+    }
+    bool clear = accept(TK_NOT);
+    uint32_t number = token.kind == TK_NUMBER ? number_value(token) : 0;
+    if (!expect(TK_NUMBER)) return value;
+    return clear ? value & ~number : value | number;
+}
+
+} // namespace
+
+uint32_t parse_expr(bool required) {
+    uint32_t value = parse_additive(required);
+    for (;;) {
+        if (accept(TK_BAR))
+            value |= parse_additive(required);
+        else if (accept(TK_AMPERSAND))
+            value &= parse_additive(required);
+        else
+            return value;
+    }
+}
+
+int16_t parse_expr16(bool required) {
+    int32_t value = int32_t(parse_expr(required));
+    if (value < -32768 || value > 65535) report(warning_code(MSG_VALUE_OUT_OF_BOUNDS));
+    return int16_t(uint16_t(value));
+}
+
+uint32_t parse_style(uint32_t start) {
+    int32_t k = token.kind;
+    if (k != TK_LPAREN && k != TK_NOT && k != TK_NUMBER) return start;
+    uint32_t value = start;
+    do value = parse_style_term(value);
+    while (accept(TK_BAR));
+    return value;
+}
+
+} // namespace tarn
