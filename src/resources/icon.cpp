@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "api/state.h"
-#include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
@@ -260,9 +259,9 @@ void compile_images(const ImageKind& kind, const ScriptToken& name) {
     uint16_t flags = parse_memory_flags(MEM_MOVEABLE | MEM_DISCARDABLE);
     ResourceAttributes defaults = default_attributes_copy();
     show_writing(kind.keyword, &name, &defaults);
-    if (token.kind == TK_STRING || token.kind == TK_NAME) {
+    if (names_file(token)) {
         std::u16string written = token_string();
-        std::u16string path = findInclude(written.c_str(), false);
+        std::u16string path = find_resource_file(written);
         uint32_t result = write_image_file(kind, name_of(name), path, flags);
         uint32_t message = result & 0x20003FFF;
         if (message == ERR_FILE_NOT_FOUND || message == ERR_PATH_NOT_FOUND)
