@@ -24,6 +24,16 @@ std::u16string u16(const std::string& utf8);
 std::string u8(const std::u16string& utf16);
 std::vector<uint8_t> read_bytes(const std::filesystem::path& p);
 
+// Sets (value non-null) or removes an environment variable; the old value
+// comes back at the end of the scope.
+struct ScopedEnv {
+    ScopedEnv(const char* name, const char* value);
+    ~ScopedEnv();
+    void set(const char* value);
+    std::string name, old;
+    bool had = false;
+};
+
 class FreshLibrary : public ::testing::Test {
   protected:
     void SetUp() override;

@@ -2,13 +2,14 @@
 // texts, console and clock, with the behaviour of the Windows calls.
 #include "support/platform.h"
 
+#include "harness/harness.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <optional>
 #include <string>
 
 using namespace tarn;
+using tarn_test::ScopedEnv;
 
 namespace {
 
@@ -25,27 +26,6 @@ std::string from16(uint32_t cp, const std::u16string& text) {
     EXPECT_EQ(plat_from_utf16(cp, text.data(), text.size(), bytes.data(), n), n);
     return bytes;
 }
-
-// Sets (or with null removes) an environment variable for one scope.
-struct ScopedEnv {
-    std::string name;
-    std::optional<std::string> old;
-    ScopedEnv(const char* n, const char* value) : name(n) {
-        if (const char* v = std::getenv(n)) old = v;
-        set(value);
-    }
-    ~ScopedEnv() { set(old ? old->c_str() : nullptr); }
-    void set(const char* value) {
-#ifdef _WIN32
-        _putenv_s(name.c_str(), value ? value : "");
-#else
-        if (value)
-            setenv(name.c_str(), value, 1);
-        else
-            unsetenv(name.c_str());
-#endif
-    }
-};
 
 } // namespace
 
