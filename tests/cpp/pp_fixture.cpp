@@ -78,15 +78,6 @@ void PpTest::check(std::initializer_list<PpCase> cases) {
     }
 }
 
-std::string PpTest::messages() const {
-    std::string all;
-    for (const Diagnostic& d : diags) {
-        if (!all.empty()) all += '\n';
-        all += d.text.substr(0, d.text.find_last_not_of("\r\n") + 1);
-    }
-    return all;
-}
-
 size_t PpTest::count(const std::string& part) const {
     size_t n = 0;
     for (const Diagnostic& d : diags) n += d.text.find(part) != std::string::npos;

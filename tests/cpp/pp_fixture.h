@@ -11,7 +11,7 @@
 namespace tarn_test {
 
 // A script, the lines it gives (see PpTest::lines) and its diagnostics (see
-// PpTest::messages).
+// FreshLibrary::messages).
 struct PpCase {
     std::string script, lines;
     std::string messages = "";
@@ -34,8 +34,6 @@ class PpTest : public FreshLibrary {
     void check(std::initializer_list<PpCase> cases);
     // The first line marker of input.rc.
     std::string marker(int line) const;
-    // The diagnostics' texts without their line ends, one a line.
-    std::string messages() const;
     // The number of diagnostics whose text contains `part`.
     size_t count(const std::string& part) const;
     // The text without line markers ("#line n ..." lines).

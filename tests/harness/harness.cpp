@@ -18,12 +18,8 @@ std::atomic<unsigned> folder_counter{0};
 
 } // namespace
 
-std::u16string u16(const std::string& utf8) {
-    return tarn::utf8_to_utf16(utf8);
-}
-std::string u8(const std::u16string& utf16) {
-    return tarn::utf16_to_utf8(utf16);
-}
+std::u16string u16(const std::string& utf8) { return tarn::utf8_to_utf16(utf8); }
+std::string u8(const std::u16string& utf16) { return tarn::utf16_to_utf8(utf16); }
 
 std::vector<uint8_t> read_bytes(const std::filesystem::path& p) {
     std::ifstream in(p, std::ios::binary);
@@ -37,9 +33,7 @@ ScopedEnv::ScopedEnv(const char* n, const char* value) : name(n) {
     set(value);
 }
 
-ScopedEnv::~ScopedEnv() {
-    set(had ? old.c_str() : nullptr);
-}
+ScopedEnv::~ScopedEnv() { set(had ? old.c_str() : nullptr); }
 
 void ScopedEnv::set(const char* value) {
 #ifdef _WIN32
@@ -96,8 +90,15 @@ std::filesystem::path FreshLibrary::write_file(const std::string& name, const st
     return p;
 }
 
-std::u16string FreshLibrary::wide(const std::filesystem::path& p) {
-    return p.u16string();
+std::u16string FreshLibrary::wide(const std::filesystem::path& p) { return p.u16string(); }
+
+std::string FreshLibrary::messages() const {
+    std::string all;
+    for (const Diagnostic& d : diags) {
+        if (!all.empty()) all += '\n';
+        all += d.text.substr(0, d.text.find_last_not_of("\r\n") + 1);
+    }
+    return all;
 }
 
 int32_t FreshLibrary::compile(const std::string& script, std::vector<uint8_t>* res) {
