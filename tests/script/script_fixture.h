@@ -41,6 +41,12 @@ class ScriptTest : public FreshLibrary {
             s = literal[token.kind - TK_NAME] + text();
         return token.is_long ? s + "L" : s;
     }
+    // What a parse left: the diagnostics, then "@" and the token it stopped
+    // at ("error: Invalid syntax. @EOF").
+    std::string left() const {
+        std::string m = messages();
+        return (m.empty() ? "" : m + " ") + "@" + u8(tarn::token_display());
+    }
     // The tokens up to the end, shown and joined by " | ".
     static std::string tokens(const std::string& text, size_t piece = 32768) {
         source(text, piece);
