@@ -55,8 +55,10 @@ TEST_F(Writer, DataIsPaddedToFourFromTheFileStart) {
         EXPECT_EQ(pad_to_4(output_position()), 0u);
         EXPECT_EQ(output_position(), 40u);
         EXPECT_EQ(pad_to_4(output_position()), 0u); // aligned: nothing
+        EXPECT_EQ(write_bytes("\6\7\10", 3), 0u);
+        EXPECT_EQ(pad_to_4(output_position()), 0u);
     });
-    EXPECT_EQ(Bytes(got.begin() + 32, got.end()), (Bytes{1, 2, 3, 4, 5, 0, 0, 0}));
+    EXPECT_EQ(Bytes(got.begin() + 32, got.end()), (Bytes{1, 2, 3, 4, 5, 0, 0, 0, 6, 7, 8, 0}));
 }
 
 TEST_F(Writer, CopiesTheRestOfAFile) {
