@@ -58,8 +58,7 @@ TEST_F(Lexer, FileEndingInACommentIsWarnedAndClosed) {
     // The comment stands as one blank before the end of the input; the line
     // lacks its newline, and the marker counts the comment's two. Text
     // inputs do not draw the warnings.
-    std::string after = marker(4);
-    EXPECT_EQ(pp("a\nb /* open\n\n"), marker(1) + "a\nb " + after);
+    EXPECT_EQ(pp("a\nb /* open\n\n"), marker(1) + "a\nb " + marker(4));
     define_symbol_w(u"X=1 /* open");
     EXPECT_EQ(messages(), "warning: End of file inside comment.\n"
                           "warning: No newline at end of file.");

@@ -85,8 +85,10 @@ TEST_F(Macros, BrokenCalls) {
     EXPECT_EQ(count("error: End of file in macro arglist."), 1u);
     reattach();
     std::string params = "a0", args = "0";
-    for (int i = 1; i < 32; ++i)
-        params += ",a" + std::to_string(i), args += "," + std::to_string(i);
+    for (int i = 1; i < 32; ++i) {
+        params.append(",a").append(std::to_string(i));
+        args.append(",").append(std::to_string(i));
+    }
     EXPECT_EQ(fatal("#define f(" + params + ") a31\nf(" + args + ")\n"),
               "fatal error: Sorry, too many macro arguments.");
 }
