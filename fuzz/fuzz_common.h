@@ -9,6 +9,7 @@
 // "blob.bin", a file the script may name in any resource statement.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include <signal.h>
 #include <unistd.h>
 
 #include "api/lifecycle.h"
@@ -100,9 +102,24 @@ struct Folder {
     fs::path script_path, output_path, blob_path;
 };
 
+// libFuzzer often ends a process without running exit handlers (time limit,
+// a crash, fork mode's jobs), so the folders of processes that have gone are
+// removed when a new one starts.
+inline void remove_stale_folders() {
+    std::error_code ec;
+    for (const fs::directory_entry& e : fs::directory_iterator(fs::temp_directory_path(), ec)) {
+        std::string name = e.path().filename().string();
+        if (name.rfind("tarn-fuzz-", 0) != 0) continue;
+        long pid = std::atol(name.c_str() + 10);
+        if (pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)
+            fs::remove_all(e.path(), ec);
+    }
+}
+
 // Created on first use and removed at exit.
 inline const Folder& folder() {
     static Folder f = [] {
+        remove_stale_folders();
         Folder f;
         f.dir = fs::temp_directory_path() / ("tarn-fuzz-" + std::to_string(getpid()));
         fs::create_directories(f.dir);
