@@ -5,6 +5,7 @@
 // without a Unicode signature is converted through here; other pages keep
 // one iconv descriptor per direction. The caches are not observable state.
 #include "support/platform.h"
+#include "support/sink.h"
 
 #include "support/text.h"
 
@@ -77,23 +78,6 @@ struct Codec {
     }
 };
 
-// Output units of a conversion; with no buffer it only counts.
-template <class T> struct Sink {
-    T* out;
-    size_t room;
-    size_t count = 0;
-    bool full = false;
-    void put(T u) {
-        if (out) {
-            if (count < room)
-                out[count] = u;
-            else
-                full = true;
-        }
-        ++count;
-    }
-    size_t result() const { return full ? 0 : count; }
-};
 
 // One byte through iconv, with the descriptor's pending state flushed (some
 // pages hold a base letter back for a combining mark). Bytes the table lacks

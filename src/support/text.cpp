@@ -2,6 +2,7 @@
 // hosts' conversions and the POSIX code page 65001. The well-formedness rules
 // are those of the Unicode Standard's table of well-formed UTF-8 sequences.
 #include "support/text.h"
+#include "support/sink.h"
 
 #include <array>
 
@@ -43,23 +44,6 @@ bool well_formed(const unsigned char* s, size_t len) {
     return true;
 }
 
-// Collects output units; with no buffer it only counts.
-template <class T> struct Sink {
-    T* out;
-    size_t room;
-    size_t count = 0;
-    bool full = false;
-    void put(T u) {
-        if (out) {
-            if (count < room)
-                out[count] = u;
-            else
-                full = true;
-        }
-        ++count;
-    }
-    size_t result() const { return full ? 0 : count; }
-};
 
 void put_utf16(Sink<char16_t>& sink, uint32_t cp) {
     if (cp < 0x10000) {

@@ -70,27 +70,6 @@ std::string PpTest::pp_export(const std::string& script, int32_t* result) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-namespace {
-PpTest* attached = nullptr;
-} // namespace
-
-void PpTest::reattach() {
-    tarn::library_detach();
-    tarn::library_attach(nullptr);
-    attached = this;
-    set_error_function_w(
-        [](int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
-            Diagnostic d;
-            d.severity = severity;
-            d.has_file = file != nullptr;
-            if (file) d.file = u8(file);
-            d.line = line;
-            d.text = u8(text);
-            attached->diags.push_back(d);
-        },
-        0);
-}
-
 void PpTest::reload() {
     FreshLibrary::TearDown();
     FreshLibrary::SetUp();

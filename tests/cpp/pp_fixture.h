@@ -22,9 +22,6 @@ class PpTest : public FreshLibrary {
     // A just-loaded library again (and a new temporary folder), for a second
     // run: a loaded library serves one.
     void reload();
-    // A just-loaded library in the same folder (the include list is made
-    // at load, from the current directory and the environment).
-    void reattach();
     // The first line marker of input.rc.
     std::string marker(int line) const;
     // The texts of the diagnostics so far, one per entry.

@@ -26,14 +26,18 @@ std::vector<uint8_t> read_bytes(const std::filesystem::path& p) {
 }
 
 void FreshLibrary::SetUp() {
-    tarn::library_detach();
-    tarn::library_attach(nullptr);
-    current = this;
     dir_ = std::filesystem::temp_directory_path() /
            ("tarn-test-" + std::to_string(folder_counter++) + "-" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(dir_);
     std::filesystem::create_directories(dir_);
+    reattach();
+}
+
+void FreshLibrary::reattach() {
+    tarn::library_detach();
+    tarn::library_attach(nullptr);
+    current = this;
     set_error_function_w(
         [](int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
             Diagnostic d;

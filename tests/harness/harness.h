@@ -28,6 +28,8 @@ class FreshLibrary : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
+    // A just-loaded library in the same folder, with the recording callbacks.
+    void reattach();
 
     // Writes a file below the temporary folder; returns its full path.
     std::filesystem::path write_file(const std::string& name, const std::string& bytes);
