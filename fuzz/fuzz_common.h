@@ -127,8 +127,10 @@ inline const Folder& folder() {
         write_file(f.dir / "cursor.cur", image_file(2));
         write_file(f.dir / "bitmap.bmp", bitmap_file());
         write_file(f.dir / "data.bin", std::string("\x01\x02\x03\x04\x05\x06\x07", 7));
-        write_file(f.dir / "windows.h", "#pragma once\n#define WS_VISIBLE 0x10000000L\n"
-                                        "#define WS_CHILD 0x40000000L\n#define IDOK 1\n");
+        write_file(f.dir / "windows.h",
+                   "#pragma once\n#define WS_VISIBLE 0x10000000L\n"
+                   "#define WS_CHILD 0x40000000L\n#define WS_TABSTOP 0x00010000L\n"
+                   "#define IDOK 1\n");
         write_file(f.dir / "res.h", "#define IDS_ONE 1\n#define IDI_APP 100\n");
         setenv("include", f.dir.c_str(), 1);
         f.script_path = f.dir / "input.rc";
