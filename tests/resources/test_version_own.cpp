@@ -11,9 +11,9 @@
 #include <string>
 
 #include "diag/catalogue.h"
-#include "resources/kinds_support.h"
+#include "resources/res_reader.h"
 
-using namespace kinds_test;
+using namespace res_test;
 
 namespace {
 
