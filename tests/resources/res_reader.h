@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -17,8 +19,10 @@ namespace res_test {
 
 using Lines = std::vector<std::string>;
 
-// Little-endian fields appended in order.
+// Little-endian fields appended in order; `str` is ASCII text as
+// zero-terminated UTF-16, `text` raw bytes.
 struct Bytes : std::vector<uint8_t> {
+    static Bytes of(const std::string& s) { return Bytes().text(s); }
     Bytes& put(uint64_t x, int n) {
         for (int i = 0; i < n; i++) push_back(uint8_t(x >> 8 * i));
         return *this;
@@ -27,23 +31,14 @@ struct Bytes : std::vector<uint8_t> {
     template <class... T> Bytes& u16(T... x) { return (put(uint64_t(x), 2), ..., *this); }
     template <class... T> Bytes& u32(T... x) { return (put(uint64_t(x), 4), ..., *this); }
     Bytes& ord(uint16_t x) { return u16(0xFFFF, x); }
-    // ASCII text as zero-terminated UTF-16.
     Bytes& str(const std::string& s) {
         for (unsigned char c : s) u16(c);
         return u16(0);
     }
     Bytes& text(const std::string& s) { return insert(end(), s.begin(), s.end()), *this; }
     Bytes& pad4() { return insert(end(), (4 - size() % 4) % 4, 0), *this; }
+    std::string chars() const { return std::string(begin(), end()); }
 };
-
-inline Bytes bytes(const std::string& s) {
-    return Bytes().text(s);
-}
-
-// A name or type as the reader gives it: an ordinal is 0xFFFF and the number.
-inline std::u16string ord(uint16_t n) {
-    return {char16_t(0xFFFF), char16_t(n)};
-}
 
 inline uint16_t get16(const std::vector<uint8_t>& b, size_t at) {
     return uint16_t(b[at] | b[at + 1] << 8);
@@ -52,17 +47,18 @@ inline uint32_t get32(const std::vector<uint8_t>& b, size_t at) {
     return get16(b, at) | uint32_t(get16(b, at + 2)) << 16;
 }
 
+// Names and types are read as "#n" for an ordinal, else as their text.
 struct Entry {
-    std::u16string type, name;
-    uint32_t data_version = 0, version = 0, characteristics = 0;
+    std::string type, name;
     uint16_t flags = 0, language = 0;
+    uint32_t version = 0, characteristics = 0;
     std::vector<uint8_t> data;
 };
 
-inline std::u16string read_name(const std::vector<uint8_t>& b, size_t& at) {
-    if (get16(b, at) == 0xFFFF) return at += 4, ord(get16(b, at - 2));
-    std::u16string s;
-    for (; get16(b, at); at += 2) s += char16_t(get16(b, at));
+inline std::string read_name(const std::vector<uint8_t>& b, size_t& at) {
+    if (get16(b, at) == 0xFFFF) return at += 4, "#" + std::to_string(get16(b, at - 2));
+    std::string s;
+    for (; get16(b, at); at += 2) s += char(get16(b, at));
     return at += 2, s;
 }
 
@@ -75,21 +71,19 @@ inline std::vector<Entry> read_res(const std::vector<uint8_t>& b) {
         return ADD_FAILURE() << "no leading entry", out;
     for (size_t at = 32; at < b.size();) {
         Entry e;
-        uint32_t data_size = get32(b, at), header_size = get32(b, at + 4);
-        size_t p = at + 8;
+        size_t p = at + 8, size = get32(b, at);
         e.type = read_name(b, p);
         e.name = read_name(b, p);
         p = (p + 3) / 4 * 4;
-        e.data_version = get32(b, p);
+        EXPECT_EQ(get32(b, p), 0u); // the data version
         e.flags = get16(b, p + 4);
         e.language = get16(b, p + 6);
         e.version = get32(b, p + 8);
         e.characteristics = get32(b, p + 12);
-        p += 16;
-        EXPECT_EQ(header_size, p - at);
-        if (p + data_size > b.size()) return ADD_FAILURE() << "data past the end", out;
-        e.data.assign(b.begin() + long(p), b.begin() + long(p + data_size));
-        for (p += data_size; p % 4; ++p)
+        EXPECT_EQ(get32(b, at + 4), p + 16 - at); // the header size
+        if ((p += 16) + size > b.size()) return ADD_FAILURE() << "data past the end", out;
+        e.data.assign(b.begin() + long(p), b.begin() + long(p + size));
+        for (p += size; p % 4; ++p)
             if (p >= b.size() || b[p]) return ADD_FAILURE() << "bad padding at " << p, out;
         out.push_back(e);
         at = p;
@@ -97,31 +91,46 @@ inline std::vector<Entry> read_res(const std::vector<uint8_t>& b) {
     return out;
 }
 
-// "line: text" per diagnostic ("-" without a file), without the line break.
-inline Lines rendered(const std::vector<tarn_test::Diagnostic>& diags) {
+// "type name flags language" per entry, numbers in hex, then the version
+// and characteristics where set.
+inline Lines heads(const std::vector<Entry>& entries) {
     Lines out;
-    for (const auto& d : diags) {
-        std::string text = d.text.substr(0, d.text.find_first_of("\r\n"));
-        out.push_back((d.has_file ? std::to_string(d.line) : "-") + ": " + text);
+    for (const Entry& e : entries) {
+        char s[48];
+        std::snprintf(s, sizeof s, " %04X %04X", e.flags, e.language);
+        out.push_back(e.type + " " + e.name + s);
+        if (e.version || e.characteristics)
+            out.back() +=
+                " v" + std::to_string(e.version) + " c" + std::to_string(e.characteristics);
     }
     return out;
 }
 
-struct Record {
-    std::u16string type, name, path;
-    uint16_t language;
-};
-// The file records, oldest first.
-inline std::vector<Record> records() {
-    std::vector<Record> out;
+// "line: text" per diagnostic ("-" without a file), without the line break.
+inline Lines rendered(const std::vector<tarn_test::Diagnostic>& diags) {
+    Lines out;
+    for (const auto& d : diags)
+        out.push_back((d.has_file ? std::to_string(d.line) : "-") + ": " +
+                      d.text.substr(0, d.text.find_first_of("\r\n")));
+    return out;
+}
+
+// The file records, oldest first: "type name language", and the path with
+// forward slashes.
+inline std::vector<std::pair<std::string, std::string>> records() {
+    std::vector<std::pair<std::string, std::string>> out;
     enum_file_info_w(
         [](const char16_t* type, const char16_t* name, uint16_t language, const char16_t* path,
            uint64_t context) -> int32_t {
-            auto take = [](const char16_t* n) {
-                return n[0] == 0xFFFF ? std::u16string(n, 2) : std::u16string(n);
+            auto text = [](const char16_t* n) {
+                return n[0] == 0xFFFF ? "#" + std::to_string(n[1]) : tarn_test::u8(n);
             };
-            reinterpret_cast<std::vector<Record>*>(context)->push_back(
-                {take(type), take(name), path, language});
+            char lang[8];
+            std::snprintf(lang, sizeof lang, " %04X", language);
+            std::string file = tarn_test::u8(path);
+            std::replace(file.begin(), file.end(), '\\', '/');
+            reinterpret_cast<decltype(out)*>(context)->push_back(
+                {text(type) + " " + text(name) + lang, file});
             return 1;
         },
         reinterpret_cast<uint64_t>(&out));
@@ -145,11 +154,7 @@ class ResTest : public tarn_test::FreshLibrary {
         return rendered(diags);
     }
     // A just-loaded library for the next row of a table.
-    void fresh() {
-        reattach();
-        diags.clear();
-        info.clear();
-    }
+    void fresh() { reattach(), diags.clear(), info.clear(); }
     // Each script must fail with exactly its diagnostics.
     struct Failure {
         std::string script;

@@ -10,18 +10,14 @@ namespace {
 using Dialogs = ResTest;
 
 TEST_F(Dialogs, ClassicTemplateWithControls) {
-    auto e = compile_ok("1 DIALOG 10, 20, 200, 100\n"
-                        "CAPTION \"Hi\"\n"
-                        "FONT 8, \"MS Shell Dlg\"\n"
+    auto e = compile_ok("1 DIALOG 10, 20, 200, 100 CAPTION \"Hi\" FONT 8, \"MS Shell Dlg\"\n"
                         "BEGIN\n"
                         "  LTEXT \"a\", 1, 0, 0, 10, 10, NOT 0x20000\n"
                         "  CONTROL \"\", 2, \"BUTTON\", 0, 1, 2, 30, 40\n"
                         "  CONTROL \"t\", 3, \"MyClass\", 5, 1, 2, 3, 4, 7\n"
                         "  EDITTEXT 4, 5, 6, 7, 8\n"
                         "END\n");
-    ASSERT_EQ(e.size(), 1u);
-    EXPECT_EQ(e[0].type, ord(5));
-    EXPECT_EQ(e[0].flags, 0x1030);
+    ASSERT_EQ(heads(e), Lines{"#5 #1 1030 0409"});
     // The default style with the font and caption bits.
     Bytes want = Bytes().u32(0x80C80040, 0).u16(4, 10, 20, 200, 100);
     want.u16(0, 0).str("Hi").u16(8).str("MS Shell Dlg").pad4();
@@ -36,21 +32,15 @@ TEST_F(Dialogs, ClassicTemplateWithControls) {
 }
 
 TEST_F(Dialogs, ExtendedTemplateWithOptionsAndCreationData) {
-    auto e = compile_ok("Dlg DIALOGEX PRELOAD 1, 2, 3, 4, 99\n"
-                        "STYLE 0x10000000 | 0x80000000\n"
-                        "EXSTYLE 0x8\n"
-                        "MENU mymenu\n"
-                        "CLASS \"cls\"\n"
-                        "FONT 9, \"Tahoma\", 700, 1, 0\n"
+    auto e = compile_ok("Dlg DIALOGEX PRELOAD 1, 2, 3, 4, 99 STYLE 0x10000000 | 0x80000000\n"
+                        "EXSTYLE 0x8 MENU mymenu CLASS \"cls\" FONT 9, \"Tahoma\", 700, 1, 0\n"
                         "BEGIN\n"
                         "  PUSHBUTTON \"OK\", 1, 5, 6, 7, 8, 0x1, 0x2, 77\n"
                         "  DEFPUSHBUTTON \"Go\", 2, 1, 1, 1, 1\n"
                         "  BEGIN \"ab\", L\"\\x4142\", 1, 2L 0x10000 END\n"
                         "  CONTROL 5, 3, \"Static\", 0x3, 0, 0, 1, 1, 0, 9\n"
                         "END\n");
-    ASSERT_EQ(e.size(), 1u);
-    EXPECT_EQ(e[0].name, u"DLG");
-    EXPECT_EQ(e[0].flags, 0x1070);
+    ASSERT_EQ(heads(e), Lines{"#5 DLG 1070 0409"});
     Bytes want = Bytes().u16(1, 0xFFFF).u32(99, 8, 0x90000040).u16(3, 1, 2, 3, 4);
     want.str("mymenu").str("cls").str(""); // the menu keeps its case
     want.u16(9, 700).u8(1, 0).str("Tahoma").pad4();

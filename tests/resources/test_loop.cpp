@@ -1,4 +1,4 @@
-// The statement loop: the entry framing, names, memory options, optional
+// The statement loop: the entry framing, memory options, optional
 // statements, top-level LANGUAGE, skipped C headers, misplaced tokens and
 // their suppression, FONT, the abort flag and the verbose lines.
 #include "resources/res_reader.h"
@@ -20,37 +20,17 @@ TEST_F(StatementLoop, OneResourceByteForByte) {
     EXPECT_EQ(res, want);
 }
 
-TEST_F(StatementLoop, NamesAndOrdinals) {
-    auto e = compile_ok("myName RCDATA BEGIN END\n7 RCDATA BEGIN END\n70000 RCDATA BEGIN END\n",
-                        {"4: warning: Name ordinal value outside bounds."});
-    ASSERT_EQ(e.size(), 3u);
-    EXPECT_EQ(e[0].name, u"MYNAME");
-    EXPECT_EQ(e[1].name, ord(7));
-    EXPECT_EQ(e[2].name, ord(70000 & 0xFFFF));
-}
-
-TEST_F(StatementLoop, MemoryOptionsKeepTheirAsymmetry) {
+TEST_F(StatementLoop, MemoryAndOptionalStatements) {
     write_file("x.bin", "");
-    auto e = compile_ok("1 T \"x.bin\"\n2 T DISCARDABLE \"x.bin\"\n"
-                        "3 T DISCARDABLE IMPURE \"x.bin\"\n4 T PRELOAD FIXED \"x.bin\"\n"
-                        "5 T PRELOAD LOADONCALL MOVEABLE PURE \"x.bin\"\n"
-                        "6 T FIXED IMPURE PRELOAD \"x.bin\"\n");
-    const uint16_t flags[] = {0x0030, 0x1030, 0x0010, 0x0060, 0x0030, 0x0040};
-    ASSERT_EQ(e.size(), 6u);
-    for (size_t i = 0; i < 6; ++i) EXPECT_EQ(e[i].flags, flags[i]) << i;
-}
-
-TEST_F(StatementLoop, OptionalStatementsAndTopLevelLanguage) {
-    auto e = compile_ok("1 RCDATA LANGUAGE 7,1 VERSION 5 CHARACTERISTICS 6 VERSION 3+4 "
+    auto e = compile_ok("1 T \"x.bin\"\n2 T DISCARDABLE x.bin\n3 T DISCARDABLE IMPURE x.bin\n"
+                        "4 T PRELOAD FIXED x.bin\n5 T PRELOAD LOADONCALL MOVEABLE PURE x.bin\n"
+                        "6 T FIXED IMPURE PRELOAD x.bin\n"
+                        "7 RCDATA LANGUAGE 7,1 VERSION 5 CHARACTERISTICS 6 VERSION 3+4 "
                         "LANGUAGE 0x0C, 2 BEGIN END\n"
-                        "LANGUAGE 7, 1\n2 RCDATA BEGIN END\n"
-                        "LANGUAGE 0x1A, 0x3F\n3 RCDATA BEGIN END\n");
-    ASSERT_EQ(e.size(), 3u);
-    EXPECT_EQ(e[0].language, 0x080C); // the last of each wins
-    EXPECT_EQ(e[0].version, 7u);
-    EXPECT_EQ(e[0].characteristics, 6u);
-    EXPECT_EQ(e[1].language, 0x0407);
-    EXPECT_EQ(e[2].language, 0xFC1A);
+                        "LANGUAGE 7, 1\n8 RCDATA BEGIN END\nLANGUAGE 0x1A, 0x3F\n9 RCDATA {}\n");
+    EXPECT_EQ(heads(e), (Lines{"T #1 0030 0409", "T #2 1030 0409", "T #3 0010 0409",
+                               "T #4 0060 0409", "T #5 0030 0409", "T #6 0040 0409",
+                               "#10 #7 0030 080C v7 c6", "#10 #8 0030 0407", "#10 #9 0030 FC1A"}));
 }
 
 TEST_F(StatementLoop, CHeadersGiveDefinitionsButNoStatements) {
@@ -59,10 +39,8 @@ TEST_F(StatementLoop, CHeadersGiveDefinitionsButNoStatements) {
     auto e = compile_ok("#include \"defs.h\"\n#include \"more.rc\"\n6 RCDATA BEGIN ID END\n"
                         "#line 1 \"x.C\"\n7 RCDATA BEGIN 3 END\n\"junk\" ?\n"
                         "#line 9 \"input.rc\"\n8 RCDATA BEGIN 4 END\n");
-    ASSERT_EQ(e.size(), 3u);
-    EXPECT_EQ(e[0].name, ord(5));
+    ASSERT_EQ(heads(e), (Lines{"#10 #5 0030 0409", "#10 #6 0030 0409", "#10 #8 0030 0409"}));
     EXPECT_EQ(e[1].data, (Bytes().u16(5)));
-    EXPECT_EQ(e[2].name, ord(8));
 }
 
 TEST_F(StatementLoop, MisplacedTokensWarnAndStartTheNextStatement) {
@@ -91,11 +69,9 @@ TEST_F(StatementLoop, FailuresLeaveNoOutput) {
     });
     EXPECT_EQ(diags[0].severity, 1);
     EXPECT_FALSE(std::filesystem::exists(path_of("input.res")));
-}
-
-TEST_F(StatementLoop, AbortStopsBeforeTheFirstStatement) {
+    fresh();
     set_abort_flag();
-    EXPECT_EQ(compile_fail("1 RCDATA BEGIN END\n"), Lines{});
+    EXPECT_EQ(compile_fail("1 RCDATA BEGIN END\n"), Lines{}); // stops before the first statement
 }
 
 TEST_F(StatementLoop, VerboseLines) {
@@ -106,6 +82,7 @@ TEST_F(StatementLoop, VerboseLines) {
                {"7: warning: Name ordinal value outside bounds."});
     // String tables are written at the end; the line shows the position at parse time.
     ASSERT_EQ(info.size(), 7u);
+    EXPECT_EQ(info[0].rfind("Using codepage ", 0), 0u);
     EXPECT_EQ(Lines(info.begin() + 1, info.end()),
               (Lines{"Writing RCDATA, id = 1, language = 0x407, offset = 0x20",
                      "Writing RCDATA, id = NAME, language = 0x409, offset = 0x40",
@@ -113,7 +90,6 @@ TEST_F(StatementLoop, VerboseLines) {
                      "Writing 0x12c, id = 3, language = 0x409, offset = 0x6C",
                      "Writing MYTYPE, id = 4, language = 0x409, offset = 0x94",
                      "Writing RCDATA, id = -1, language = 0x409, offset = 0xC8"}));
-    EXPECT_EQ(info[0].rfind("Using codepage ", 0), 0u);
 }
 
 } // namespace

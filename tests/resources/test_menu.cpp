@@ -9,25 +9,19 @@ namespace {
 using Menus = ResTest;
 
 TEST_F(Menus, NestedPopupsWithOptionsAndSeparators) {
-    auto e = compile_ok("M MENU\n"
-                        "BEGIN\n"
-                        "  POPUP \"&File\"\n"
-                        "  BEGIN\n"
-                        "    MENUITEM \"&Open\", 100\n"
-                        "    MENUITEM SEPARATOR\n"
-                        "    POPUP \"Sub\", GRAYED\n"
-                        "    BEGIN\n"
-                        "      MENUITEM \"Deep\", 101, CHECKED, INACTIVE\n"
-                        "    END\n"
-                        "    MENUITEM \"E&xit\", 102 MENUBARBREAK\n"
-                        "  END\n"
-                        "  MENUITEM \"Help\" 103, HELP, MENUBREAK\n"
-                        "END\n"
-                        "2 MENU BEGIN MENUITEM SEPARATOR END\n"
-                        "3 MENU { }\n");
-    ASSERT_EQ(e.size(), 3u);
-    EXPECT_EQ(e[0].type, ord(4));
-    EXPECT_EQ(e[0].flags, 0x1030);
+    auto e =
+        compile_ok("M MENU BEGIN\n"
+                   "  POPUP \"&File\" BEGIN\n"
+                   "    MENUITEM \"&Open\", 100\n"
+                   "    MENUITEM SEPARATOR\n"
+                   "    POPUP \"Sub\", GRAYED BEGIN MENUITEM \"Deep\", 101, CHECKED, INACTIVE END\n"
+                   "    MENUITEM \"E&xit\", 102 MENUBARBREAK\n"
+                   "  END\n"
+                   "  MENUITEM \"Help\" 103, HELP, MENUBREAK\n"
+                   "END\n"
+                   "2 MENU BEGIN MENUITEM SEPARATOR END\n"
+                   "3 MENU { }\n");
+    ASSERT_EQ(heads(e), (Lines{"#4 M 1030 0409", "#4 #2 1030 0409", "#4 #3 1030 0409"}));
     Bytes want = Bytes().u32(0).u16(0x0010).str("&File").u16(0, 100).str("&Open").u16(0, 0, 0);
     want.u16(0x0011).str("Sub").u16(0x008A, 101).str("Deep");
     want.u16(0x00A0, 102).str("E&xit").u16(0x40C0, 103).str("Help");
@@ -37,10 +31,8 @@ TEST_F(Menus, NestedPopupsWithOptionsAndSeparators) {
 }
 
 TEST_F(Menus, ExtendedLayoutSignExtendsIdsAndPads) {
-    auto e = compile_ok("ME MENUEX\n"
-                        "BEGIN\n"
-                        "  POPUP \"F\", 200, 0, 0, 55\n"
-                        "  BEGIN\n"
+    auto e = compile_ok("ME MENUEX BEGIN\n"
+                        "  POPUP \"F\", 200, 0, 0, 55 BEGIN\n"
                         "    MENUITEM \"Ab\", 40000, 0x800, 3\n"
                         "    MENUITEM \"\", -1\n"
                         "    MENUITEM \"X\"\n"

@@ -7,13 +7,6 @@ namespace {
 
 using RawData = ResTest;
 
-// The path as found, with either separator.
-std::string slashed(std::string path) {
-    for (char& c : path)
-        if (c == '\\') c = '/';
-    return path;
-}
-
 TEST_F(RawData, InlineItems) {
     const std::pair<std::string, Bytes> rows[] = {
         {"\"ab\", 1, 2L", Bytes().text("ab").u16(1).u32(2)},
@@ -38,24 +31,14 @@ TEST_F(RawData, InlineKeepsItsOptionsTheFileFormOnlyItsMemoryFlags) {
     write_file("d.bin", "\x01\x02\x03");
     auto e = compile_ok("X RCDATA DISCARDABLE VERSION 2 CHARACTERISTICS 3 BEGIN \"abcde\" END\n"
                         "DATA RCDATA PRELOAD LANGUAGE 7, 1 VERSION 9 \"d.bin\"\n2 RCDATA d.bin\n");
-    ASSERT_EQ(e.size(), 3u);
-    EXPECT_EQ(e[0].type, ord(10));
-    EXPECT_EQ(e[0].flags, 0x1030);
-    EXPECT_EQ(e[0].version, 2u);
-    EXPECT_EQ(e[0].characteristics, 3u);
-    EXPECT_EQ(e[0].data, bytes("abcde"));
-    EXPECT_EQ(e[1].flags, 0x0070);
-    EXPECT_EQ(e[1].language, 0x0409);
-    EXPECT_EQ(e[1].version, 0u);
-    EXPECT_EQ(e[1].data, bytes("\x01\x02\x03"));
-    EXPECT_EQ(e[2].flags, 0x0030);
+    ASSERT_EQ(heads(e), (Lines{"#10 X 1030 0409 v2 c3", "#10 DATA 0070 0409", "#10 #2 0030 0409"}));
+    EXPECT_EQ(e[0].data, Bytes::of("abcde"));
+    EXPECT_EQ(e[1].data, Bytes::of("\x01\x02\x03"));
     EXPECT_EQ(e[2].data, e[1].data);
     auto r = records();
     ASSERT_EQ(r.size(), 2u);
-    EXPECT_EQ(r[0].type, ord(10));
-    EXPECT_EQ(r[0].name, u"DATA");
-    EXPECT_EQ(r[0].language, 0x0409);
-    EXPECT_EQ(slashed(tarn_test::u8(r[0].path)), slashed(path_of("d.bin").string()));
+    EXPECT_EQ(r[0].first, "#10 DATA 0409");
+    EXPECT_EQ(r[0].second, path_of("d.bin").generic_string());
 }
 
 TEST_F(RawData, UserTypes) {
@@ -69,14 +52,9 @@ TEST_F(RawData, UserTypes) {
                          "6: warning: Unrecognized or misplaced token: \"STRING\"",
                          "6: warning: Unrecognized or misplaced token: \"STRING\"",
                          "7: warning: Unrecognized or misplaced token: EOF"});
-    const std::u16string types[] = {ord(300), u"MYTYPE", u"STYLE", u"LANGUAGE", ord(4464)};
-    ASSERT_EQ(e.size(), 5u);
-    for (size_t i = 0; i < 5; i++) {
-        EXPECT_EQ(e[i].type, types[i]) << i;
-        EXPECT_EQ(e[i].flags, 0x0030) << i;
-        EXPECT_EQ(e[i].data, bytes("abcd")) << i;
-    }
-    EXPECT_EQ(e[4].name, ord(4465));
+    EXPECT_EQ(heads(e), (Lines{"#300 #1 0030 0409", "MYTYPE #2 0030 0409", "STYLE #3 0030 0409",
+                               "LANGUAGE #4 0030 0409", "#4464 #4465 0030 0409"}));
+    for (const Entry& entry : e) EXPECT_EQ(entry.data, Bytes::of("abcd"));
     EXPECT_EQ(records().size(), 5u);
 }
 
@@ -108,18 +86,14 @@ TEST_F(RawData, FilesAreFoundFromTheMainScriptsFolder) {
     auto e = compile_ok("1 RCDATA \"y.bin\"\n#include \"sub/inc.rc\"\n3 RCDATA y.bin\n"
                         "4 RCDATA sub\\Z.BIN\n");
     ASSERT_EQ(e.size(), 4u);
-    for (size_t i = 0; i < 3; i++) EXPECT_EQ(e[i].data, bytes("m")) << i;
-    EXPECT_EQ(e[3].data, bytes("z")); // backslashes and letter case as for #include
+    for (size_t i = 0; i < 3; i++) EXPECT_EQ(e[i].data, Bytes::of("m")) << i;
+    EXPECT_EQ(e[3].data, Bytes::of("z")); // backslashes and letter case as for #include
 }
 
 TEST_F(RawData, DlgIncludeNameAsNarrowString) {
     auto e = compile_ok("LANGUAGE 7, 1\n1 DLGINCLUDE \"res.h\"\nx DLGINCLUDE \"a\"\n");
-    ASSERT_EQ(e.size(), 2u);
-    EXPECT_EQ(e[0].type, ord(17));
-    EXPECT_EQ(e[0].flags, 0x1030);
-    EXPECT_EQ(e[0].language, 0x0407);
+    ASSERT_EQ(heads(e), (Lines{"#17 #1 1030 0407", "#17 X 1030 0407"}));
     EXPECT_EQ(e[0].data, Bytes().text("res.h").u8(0));
-    EXPECT_EQ(e[1].name, u"X");
     EXPECT_EQ(e[1].data, Bytes().text("a").u8(0));
     EXPECT_EQ(info.size(), 1u); // "Using codepage" only: no verbose line of its own
 }

@@ -16,35 +16,19 @@ Bytes root(uint16_t length, uint32_t fv_high, uint32_t fv_low, uint32_t pv_high,
 }
 
 TEST_F(VersionInfo, TwoStringBlocksAndATranslation) {
-    auto e = compile_ok("1 VERSIONINFO\n"
-                        "FILEVERSION 1,2,3,4\n"
-                        "PRODUCTVERSION 5,6\n"
-                        "FILEFLAGSMASK 0x3F\n"
-                        "FILEFLAGS 0\n"
-                        "FILEOS 0x40004\n"
-                        "FILETYPE 1\n"
-                        "FILESUBTYPE 0\n"
-                        "BEGIN\n"
-                        "  BLOCK \"StringFileInfo\"\n"
-                        "  BEGIN\n"
-                        "    BLOCK \"040904B0\"\n"
-                        "    BEGIN\n"
-                        "      VALUE \"A\", \"xy\"\n"
-                        "      VALUE \"Key2\", \"\"\n"
-                        "    END\n"
-                        "    BLOCK \"041D04B0\"\n"
-                        "    BEGIN\n"
-                        "      VALUE \"B\", \"z\"\n"
-                        "    END\n"
-                        "  END\n"
-                        "  BLOCK \"VarFileInfo\"\n"
-                        "  BEGIN\n"
-                        "    VALUE \"Translation\", 0x409, 1200, 0x41D 1200\n"
-                        "  END\n"
-                        "END\n");
-    ASSERT_EQ(e.size(), 1u);
-    EXPECT_EQ(e[0].type, ord(16));
-    EXPECT_EQ(e[0].flags, 0x0030);
+    auto e =
+        compile_ok("1 VERSIONINFO FILEVERSION 1,2,3,4 PRODUCTVERSION 5,6\n"
+                   "FILEFLAGSMASK 0x3F FILEFLAGS 0 FILEOS 0x40004 FILETYPE 1 FILESUBTYPE 0\n"
+                   "BEGIN\n"
+                   "  BLOCK \"StringFileInfo\" BEGIN\n"
+                   "    BLOCK \"040904B0\" BEGIN VALUE \"A\", \"xy\" VALUE \"Key2\", \"\" END\n"
+                   "    BLOCK \"041D04B0\" BEGIN VALUE \"B\", \"z\" END\n"
+                   "  END\n"
+                   "  BLOCK \"VarFileInfo\" BEGIN\n"
+                   "    VALUE \"Translation\", 0x409, 1200, 0x41D 1200\n"
+                   "  END\n"
+                   "END\n");
+    ASSERT_EQ(heads(e), Lines{"#16 #1 0030 0409"});
     // Block sizes 62 and 40 leave the first block 2 short of a multiple of
     // 4: the bytes written run on 2 past StringFileInfo's length of 138.
     Bytes want = root(304, 0x00010002, 0x00030004, 0x00050006, 0);

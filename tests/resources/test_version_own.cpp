@@ -89,7 +89,7 @@ void expect_version_8_0(const wchar_t* file) {
     ASSERT_GE(SizeofResource(module.handle, found), 92u);
     const uint8_t* data =
         static_cast<const uint8_t*>(LockResource(LoadResource(module.handle, found)));
-    std::vector<uint8_t> bytes(data, data + 92);
+    std::vector<uint8_t> Bytes::of(data, data + 92);
     EXPECT_EQ(get32(bytes, 40), 0xFEEF04BDu);
     EXPECT_EQ(get32(bytes, 48) >> 16, 8u);
     EXPECT_EQ(get32(bytes, 48) & 0xFFFF, 0u);
