@@ -11,12 +11,10 @@ using Dialogs = ResTest;
 
 TEST_F(Dialogs, ClassicTemplateWithControls) {
     auto e = compile_ok("1 DIALOG 10, 20, 200, 100 CAPTION \"Hi\" FONT 8, \"MS Shell Dlg\"\n"
-                        "BEGIN\n"
-                        "  LTEXT \"a\", 1, 0, 0, 10, 10, NOT 0x20000\n"
+                        "BEGIN LTEXT \"a\", 1, 0, 0, 10, 10, NOT 0x20000\n"
                         "  CONTROL \"\", 2, \"BUTTON\", 0, 1, 2, 30, 40\n"
                         "  CONTROL \"t\", 3, \"MyClass\", 5, 1, 2, 3, 4, 7\n"
-                        "  EDITTEXT 4, 5, 6, 7, 8\n"
-                        "END\n");
+                        "  EDITTEXT 4, 5, 6, 7, 8 END\n");
     ASSERT_EQ(heads(e), Lines{"#5 #1 1030 0409"});
     // The default style with the font and caption bits.
     Bytes want = Bytes().u32(0x80C80040, 0).u16(4, 10, 20, 200, 100);
@@ -34,12 +32,10 @@ TEST_F(Dialogs, ClassicTemplateWithControls) {
 TEST_F(Dialogs, ExtendedTemplateWithOptionsAndCreationData) {
     auto e = compile_ok("Dlg DIALOGEX PRELOAD 1, 2, 3, 4, 99 STYLE 0x10000000 | 0x80000000\n"
                         "EXSTYLE 0x8 MENU mymenu CLASS \"cls\" FONT 9, \"Tahoma\", 700, 1, 0\n"
-                        "BEGIN\n"
-                        "  PUSHBUTTON \"OK\", 1, 5, 6, 7, 8, 0x1, 0x2, 77\n"
+                        "BEGIN PUSHBUTTON \"OK\", 1, 5, 6, 7, 8, 0x1, 0x2, 77\n"
                         "  DEFPUSHBUTTON \"Go\", 2, 1, 1, 1, 1\n"
                         "  BEGIN \"ab\", L\"\\x4142\", 1, 2L 0x10000 END\n"
-                        "  CONTROL 5, 3, \"Static\", 0x3, 0, 0, 1, 1, 0, 9\n"
-                        "END\n");
+                        "  CONTROL 5, 3, \"Static\", 0x3, 0, 0, 1, 1, 0, 9 END\n");
     ASSERT_EQ(heads(e), Lines{"#5 DLG 1070 0409"});
     Bytes want = Bytes().u16(1, 0xFFFF).u32(99, 8, 0x90000040).u16(3, 1, 2, 3, 4);
     want.str("mymenu").str("cls").str(""); // the menu keeps its case
@@ -71,39 +67,29 @@ TEST_F(Dialogs, WindowStyleRulesAndEmptyDialogs) {
 }
 
 TEST_F(Dialogs, EveryControlKeywordHasItsClassAndStyle) {
-    const struct {
-        const char* keyword;
-        uint16_t class_ordinal;
-        uint32_t style;
-        bool text;
-    } rows[] = {
-        {"AUTO3STATE", 0x80, 0x00010006, true},
-        {"AUTOCHECKBOX", 0x80, 0x00010003, true},
-        {"AUTORADIOBUTTON", 0x80, 0x00000009, true},
-        {"CHECKBOX", 0x80, 0x00010002, true},
-        {"COMBOBOX", 0x85, 0, false},
-        {"CTEXT", 0x82, 0x00020001, true},
-        {"DEFPUSHBUTTON", 0x80, 0x00010001, true},
-        {"EDITTEXT", 0x81, 0x00810000, false},
-        {"GROUPBOX", 0x80, 0x00000007, true},
-        {"ICON", 0x82, 0x00000003, true},
-        {"LISTBOX", 0x83, 0x00800001, false},
-        {"LTEXT", 0x82, 0x00020000, true},
-        {"PUSHBOX", 0x80, 0x0001000A, true},
-        {"PUSHBUTTON", 0x80, 0x00010000, true},
-        {"RADIOBUTTON", 0x80, 0x00000004, true},
-        {"RTEXT", 0x82, 0x00020002, true},
-        {"SCROLLBAR", 0x84, 0, false},
-        {"STATE3", 0x80, 0x00010005, true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.keyword);
+    // Keyword, class ordinal and style in hex; those without text have a
+    // class above 0x82.
+    const char* rows[] = {"AUTO3STATE 80 10006",    "AUTOCHECKBOX 80 10003",
+                          "AUTORADIOBUTTON 80 9",   "CHECKBOX 80 10002",
+                          "COMBOBOX 85 0",          "CTEXT 82 20001",
+                          "DEFPUSHBUTTON 80 10001", "EDITTEXT 81 810000",
+                          "GROUPBOX 80 7",          "ICON 82 3",
+                          "LISTBOX 83 800001",      "LTEXT 82 20000",
+                          "PUSHBOX 80 1000A",       "PUSHBUTTON 80 10000",
+                          "RADIOBUTTON 80 4",       "RTEXT 82 20002",
+                          "SCROLLBAR 84 0",         "STATE3 80 10005"};
+    for (const char* row : rows) {
+        SCOPED_TRACE(row);
         fresh();
-        auto e = compile_ok(std::string("1 DIALOG 0, 0, 1, 1 BEGIN ") + row.keyword +
-                            (row.text ? " 7," : "") + " 1, 2, 3, 4, 5 END\n");
-        Bytes want = Bytes().u32(0x80880000, 0).u16(1, 0, 0, 1, 1, 0, 0, 0).pad4();
-        want.u32(row.style | 0x50000000, 0).u16(2, 3, 4, 5, 1).ord(row.class_ordinal);
-        (row.text ? want.ord(7) : want.u16(0)).u16(0); // a number as text is an ordinal
+        char keyword[20];
+        unsigned class_ordinal, style;
+        ASSERT_EQ(std::sscanf(row, "%19s %x %x", keyword, &class_ordinal, &style), 3);
+        bool text = class_ordinal == 0x80 || class_ordinal == 0x82;
+        auto e = compile_ok(std::string("1 DIALOG 0, 0, 1, 1 BEGIN ") + keyword +
+                            (text ? " 7," : "") + " 1, 2, 3, 4, 5 END\n");
+        Bytes want = Bytes().u32(0x80880000, 0).u16(1, 0, 0, 1, 1, 0, 0, 0);
+        want.u32(style | 0x50000000, 0).u16(2, 3, 4, 5, 1).ord(uint16_t(class_ordinal));
+        (text ? want.ord(7) : want.u16(0)).u16(0); // a number as text is an ordinal
         ASSERT_EQ(e.size(), 1u);
         EXPECT_EQ(e[0].data, want);
     }
