@@ -56,8 +56,8 @@ struct Entry {
 };
 
 inline std::string read_name(const std::vector<uint8_t>& b, size_t& at) {
-    if (get16(b, at) == 0xFFFF) return at += 4, "#" + std::to_string(get16(b, at - 2));
     std::string s;
+    if (get16(b, at) == 0xFFFF) return at += 4, s.append("#") += std::to_string(get16(b, at - 2));
     for (; get16(b, at); at += 2) s += char(get16(b, at));
     return at += 2, s;
 }
@@ -96,12 +96,11 @@ inline std::vector<Entry> read_res(const std::vector<uint8_t>& b) {
 inline Lines heads(const std::vector<Entry>& entries) {
     Lines out;
     for (const Entry& e : entries) {
-        char s[48];
-        std::snprintf(s, sizeof s, " %04X %04X", e.flags, e.language);
-        out.push_back(e.type + " " + e.name + s);
+        char s[64];
+        int n = std::snprintf(s, sizeof s, " %04X %04X", e.flags, e.language);
         if (e.version || e.characteristics)
-            out.back() +=
-                " v" + std::to_string(e.version) + " c" + std::to_string(e.characteristics);
+            std::snprintf(s + n, sizeof s - n, " v%u c%u", e.version, e.characteristics);
+        out.push_back(e.type + " " + e.name + s);
     }
     return out;
 }
@@ -123,7 +122,8 @@ inline std::vector<std::pair<std::string, std::string>> records() {
         [](const char16_t* type, const char16_t* name, uint16_t language, const char16_t* path,
            uint64_t context) -> int32_t {
             auto text = [](const char16_t* n) {
-                return n[0] == 0xFFFF ? "#" + std::to_string(n[1]) : tarn_test::u8(n);
+                return n[0] == 0xFFFF ? std::string("#").append(std::to_string(n[1]))
+                                      : tarn_test::u8(n);
             };
             char lang[8];
             std::snprintf(lang, sizeof lang, " %04X", language);
