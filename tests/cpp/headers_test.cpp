@@ -4,8 +4,8 @@
 // headers are not installed.
 #include "cpp/pp_fixture.h"
 
-#include <cstdlib>
 #include <filesystem>
+#include <optional>
 
 #include <tarn/tarn.h>
 
@@ -26,16 +26,8 @@ class Headers : public PpTest {
 #else
         if (!std::filesystem::exists(std::filesystem::path(MINGW_INCLUDE) / "windows.h"))
             GTEST_SKIP() << "no mingw-w64 headers in " << MINGW_INCLUDE;
-        const char* old = std::getenv("include");
-        had_include_ = old != nullptr;
-        if (old) saved_include_ = old;
-        set_env("include", MINGW_INCLUDE);
-        changed_ = true;
+        env_.emplace("include", MINGW_INCLUDE);
 #endif
-    }
-    void TearDown() override {
-        if (changed_) set_env("include", had_include_ ? saved_include_.c_str() : nullptr);
-        PpTest::TearDown();
     }
 
     // Preprocesses `script` in a just-loaded library that reads the
@@ -49,23 +41,24 @@ class Headers : public PpTest {
         return body(pp(script));
     }
 
-    bool changed_ = false;
-    bool had_include_ = false;
-    std::string saved_include_;
+    std::optional<ScopedEnv> env_;
 };
 
-TEST_F(Headers, WindowsH) {
-    std::string out = run("#include <windows.h>\nWS_CHILD|WS_VISIBLE IDOK VS_VERSION_INFO\n");
-    EXPECT_TRUE(diags.empty()) << diags[0].file << "(" << diags[0].line << "): " << diags[0].text;
-    EXPECT_NE(out.find("0x40000000L|0x10000000L 1 1\n"), std::string::npos);
-}
-
-TEST_F(Headers, ResourceHeaders) {
-    for (const char* h : {"winver.h", "winresrc.h", "dlgs.h"}) {
-        std::string out = run(std::string("#include <").append(h).append(">\nend\n"));
-        EXPECT_TRUE(diags.empty())
-            << h << ": " << diags[0].file << "(" << diags[0].line << "): " << diags[0].text;
-        EXPECT_NE(out.find("end\n"), std::string::npos) << h;
+TEST_F(Headers, WindowsAndResourceHeaders) {
+    struct Case {
+        const char *header, *probe, *expanded;
+    } cases[] = {
+        {"windows.h", "WS_CHILD|WS_VISIBLE IDOK VS_VERSION_INFO", "0x40000000L|0x10000000L 1 1"},
+        {"winver.h", "VS_FF_DEBUG", "0x00000001l"},
+        {"winresrc.h", "IDCANCEL", "2"},
+        {"dlgs.h", "psh1", "0x0400"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.header);
+        diags.clear();
+        std::string out = run(std::string("#include <") + c.header + ">\n" + c.probe + "\n");
+        EXPECT_EQ(messages(), "");
+        EXPECT_NE(out.find(std::string(c.expanded) + "\n"), std::string::npos);
     }
 }
 

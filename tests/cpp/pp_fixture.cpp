@@ -1,7 +1,6 @@
 #include "cpp/pp_fixture.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sstream>
 
@@ -14,7 +13,6 @@
 #include <unistd.h>
 #endif
 
-#include "api/lifecycle.h"
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 #include "diag/report.h"
@@ -22,19 +20,15 @@
 
 namespace tarn_test {
 
-void set_env(const char* name, const char* value) {
-#ifdef _WIN32
-    _putenv_s(name, value ? value : "");
-#else
-    if (value)
-        setenv(name, value, 1);
-    else
-        unsetenv(name);
-#endif
-}
-
 std::string PpTest::pp(const std::string& script, bool* ok) {
     return pp_file(write_file("input.rc", script), ok);
+}
+
+std::string PpTest::fatal(const std::string& script) {
+    diags.clear();
+    bool ok = true;
+    pp(script, &ok);
+    return ok ? "not fatal" : messages();
 }
 
 std::string PpTest::pp_file(const std::filesystem::path& file, bool* ok) {
@@ -70,24 +64,18 @@ std::string PpTest::pp_export(const std::string& script, int32_t* result) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-void PpTest::reload() {
-    FreshLibrary::TearDown();
-    FreshLibrary::SetUp();
-    diags.clear();
-}
-
 std::string PpTest::marker(int line) const {
-    return std::string("#line ")
-        .append(std::to_string(line))
-        .append(" \"")
-        .append(path_of("input.rc").string())
-        .append("\"\n");
+    return "#line " + std::to_string(line) + " \"" + path_of("input.rc").string() + "\"\n";
 }
 
-std::vector<std::string> PpTest::texts() const {
-    std::vector<std::string> t;
-    for (const Diagnostic& d : diags) t.push_back(d.text);
-    return t;
+void PpTest::check(std::initializer_list<PpCase> cases) {
+    for (const PpCase& c : cases) {
+        SCOPED_TRACE(c.script);
+        reattach();
+        diags.clear();
+        EXPECT_EQ(lines(pp(c.script)), c.lines);
+        EXPECT_EQ(messages(), c.messages);
+    }
 }
 
 size_t PpTest::count(const std::string& part) const {
@@ -101,6 +89,14 @@ std::string PpTest::body(const std::string& text) {
     std::string line, out;
     while (std::getline(in, line))
         if (line.rfind("#line ", 0) != 0) out += line + "\n";
+    return out;
+}
+
+std::string PpTest::lines(const std::string& text) {
+    std::istringstream in(body(text));
+    std::string line, out;
+    while (std::getline(in, line))
+        if (!line.empty()) out += (out.empty() ? "" : "\n") + line;
     return out;
 }
 

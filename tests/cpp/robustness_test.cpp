@@ -46,11 +46,11 @@ TEST_F(Robustness, RandomScripts) {
     std::mt19937 rng(seed_text ? static_cast<unsigned>(std::atoi(seed_text)) : 20261122u);
     for (int i = 0; i < runs; ++i) {
         std::string script = random_script(rng);
-        reload();
+        reattach();
         write_file("self.rc", "#include \"self.rc\"\n");
         std::string out = pp(script);
         if (i % 2) {
-            reload();
+            reattach();
             pp("\xEF\xBB\xBF" + script);
         }
     }

@@ -48,13 +48,15 @@ TEST(DriverOptions, SlashStartsAnOptionOnlyOnWindows) {
 }
 
 TEST(DriverOptions, InputExtensionAndDefaultOutput) {
-    EXPECT_EQ(posix({u"app"}).input, u"app.rc");
-    EXPECT_EQ(posix({u"app"}).output, u"app.res");
-    EXPECT_EQ(posix({u"app.txt"}).input, u"app.txt");
-    EXPECT_EQ(posix({u"app.txt"}).output, u"app.res");
-    EXPECT_EQ(posix({u"dir.d/app"}).input, u"dir.d/app.rc");
-    EXPECT_EQ(posix({u"dir.d\\app"}).output, u"dir.d\\app.res");
-    EXPECT_EQ(posix({u"a.b.rc"}).output, u"a.b.res");
+    for (auto [arg, input, output] : {std::tuple{u"app", u"app.rc", u"app.res"},
+                                      {u"app.txt", u"app.txt", u"app.res"},
+                                      {u"dir.d/app", u"dir.d/app.rc", u"dir.d/app.res"},
+                                      {u"dir.d\\app", u"dir.d\\app.rc", u"dir.d\\app.res"},
+                                      {u"a.b.rc", u"a.b.rc", u"a.b.res"}}) {
+        Options o = posix({arg});
+        EXPECT_EQ(o.input, input);
+        EXPECT_EQ(o.output, output);
+    }
 }
 
 TEST(DriverOptions, HelpVersionAndDump) {
@@ -103,12 +105,10 @@ TEST(DriverOptions, UsageErrorsWithoutAMessage) {
 TEST(DriverOptions, LanguageIsHexWithOptionalPrefix) {
     uint16_t language = 0;
     uint32_t shown = 0;
-    EXPECT_TRUE(parse_language(u"0x0409", &language, &shown));
-    EXPECT_EQ(language, 0x409);
-    EXPECT_TRUE(parse_language(u"41d", &language, &shown));
-    EXPECT_EQ(language, 0x41D);
-    EXPECT_TRUE(parse_language(u"0XFFFF", &language, &shown));
-    EXPECT_EQ(language, 0xFFFF);
+    for (auto [text, value] : {std::pair{u"0x0409", 0x409}, {u"41d", 0x41D}, {u"0XFFFF", 0xFFFF}}) {
+        EXPECT_TRUE(parse_language(text, &language, &shown));
+        EXPECT_EQ(language, value);
+    }
     for (std::u16string_view bad : {u"", u"0x", u"zz", u"12345", u"4 09", u"-1"})
         EXPECT_FALSE(parse_language(bad, &language, &shown)) << std::string(bad.begin(), bad.end());
     Options o = posix({u"-Lzz", u"a.rc"});

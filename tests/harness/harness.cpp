@@ -1,6 +1,7 @@
 #include "harness/harness.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -23,6 +24,26 @@ std::string u8(const std::u16string& utf16) { return tarn::utf16_to_utf8(utf16);
 std::vector<uint8_t> read_bytes(const std::filesystem::path& p) {
     std::ifstream in(p, std::ios::binary);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+ScopedEnv::ScopedEnv(const char* n, const char* value) : name(n) {
+    const char* v = std::getenv(n);
+    had = v != nullptr;
+    if (v) old = v;
+    set(value);
+}
+
+ScopedEnv::~ScopedEnv() { set(had ? old.c_str() : nullptr); }
+
+void ScopedEnv::set(const char* value) {
+#ifdef _WIN32
+    _putenv_s(name.c_str(), value ? value : "");
+#else
+    if (value)
+        setenv(name.c_str(), value, 1);
+    else
+        unsetenv(name.c_str());
+#endif
 }
 
 void FreshLibrary::SetUp() {
@@ -70,6 +91,15 @@ std::filesystem::path FreshLibrary::write_file(const std::string& name, const st
 }
 
 std::u16string FreshLibrary::wide(const std::filesystem::path& p) { return p.u16string(); }
+
+std::string FreshLibrary::messages() const {
+    std::string all;
+    for (const Diagnostic& d : diags) {
+        if (!all.empty()) all += '\n';
+        all += d.text.substr(0, d.text.find_last_not_of("\r\n") + 1);
+    }
+    return all;
+}
 
 int32_t FreshLibrary::compile(const std::string& script, std::vector<uint8_t>* res) {
     std::filesystem::path in = write_file("input.rc", script);

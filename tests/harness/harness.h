@@ -24,6 +24,16 @@ std::u16string u16(const std::string& utf8);
 std::string u8(const std::u16string& utf16);
 std::vector<uint8_t> read_bytes(const std::filesystem::path& p);
 
+// Sets (value non-null) or removes an environment variable; the old value
+// comes back at the end of the scope.
+struct ScopedEnv {
+    ScopedEnv(const char* name, const char* value);
+    ~ScopedEnv();
+    void set(const char* value);
+    std::string name, old;
+    bool had = false;
+};
+
 class FreshLibrary : public ::testing::Test {
   protected:
     void SetUp() override;
@@ -36,6 +46,8 @@ class FreshLibrary : public ::testing::Test {
     std::filesystem::path path_of(const std::string& name) const { return dir_ / name; }
     // The path as the library wants it.
     static std::u16string wide(const std::filesystem::path& p);
+    // The diagnostics' texts without their line ends, one a line.
+    std::string messages() const;
 
     // Writes `script` as input.rc and compiles it to input.res; returns the
     // export's result. `res` receives the output bytes (empty if none).

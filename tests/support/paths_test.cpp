@@ -7,79 +7,59 @@
 
 using namespace tarn;
 
-namespace {
-
-struct Joined {
-    std::u16string text;
-    size_t result;
-};
-
-Joined join(const char16_t* dir, const char16_t* name, size_t size = MAX_PATH_UNITS) {
-    char16_t out[MAX_PATH_UNITS];
-    size_t r = path_join(out, size, dir, name);
-    return {out, r};
-}
-
-} // namespace
-
-TEST(PathJoin, NameStandsAloneWhenAbsoluteOrWithoutDirectory) {
-    EXPECT_EQ(join(u"inc", u"c:\\x.h").text, u"c:\\x.h");
-    EXPECT_EQ(join(u"inc", u"c:x.h").text, u"c:x.h");
-    EXPECT_EQ(join(u"inc", u"\\x.h").text, u"\\x.h");
-    EXPECT_EQ(join(u"inc", u"/x.h").text, u"/x.h");
-    EXPECT_EQ(join(nullptr, u"x.h").text, u"x.h");
-    Joined j = join(u"", u"sub\\x.h");
-    EXPECT_EQ(j.text, u"sub\\x.h");
-    EXPECT_NE(j.result, 0u);
-}
-
-TEST(PathJoin, ComponentsFollowOneSeparator) {
-    Joined j = join(u"inc", u"x.h");
-    EXPECT_EQ(j.text, u"inc\\x.h");
-    EXPECT_EQ(j.result, 3u);
-    j = join(u"inc\\", u"x.h");
-    EXPECT_EQ(j.text, u"inc\\x.h");
-    EXPECT_EQ(j.result, 4u);
-    EXPECT_EQ(join(u"inc/", u"sys/x.h").text, u"inc/sys\\x.h");
-    EXPECT_EQ(join(u"inc", u".\\sys\\\\.\\x.h").text, u"inc\\sys\\x.h");
-}
-
-TEST(PathJoin, DotDotDropsTheLastComponent) {
-    Joined j = join(u"inc", u"..\\x.h");
-    EXPECT_EQ(j.text, u"x.h");
-    EXPECT_EQ(j.result, 3u);
-    EXPECT_EQ(join(u"a\\b", u"..\\x.h").text, u"a\\x.h");
-    EXPECT_EQ(join(u"a\\b\\", u"..\\x.h").text, u"a\\x.h");
-    EXPECT_EQ(join(u"c:\\a\\b", u"..\\..\\x.h").text, u"c:\\x.h");
-    EXPECT_EQ(join(u"\\", u"..\\x.h").text, u"\\x.h");
-}
-
-TEST(PathJoin, OtherComponentsStartingWithDotGiveZero) {
-    for (const char16_t* name : {u".svn", u"..x", u"sub\\.hidden\\x.h", u"...\\x.h"}) {
-        Joined j = join(u"inc", name);
-        EXPECT_EQ(j.result, 0u) << j.text.size();
-        EXPECT_EQ(j.text, u"");
+TEST(PathJoin, Cases) {
+    struct Case {
+        const char16_t *dir, *name, *joined;
+        size_t result; // the length before the components, 0 for "not found"
+    } cases[] = {
+        // A name stands alone when absolute or without a directory.
+        {u"inc", u"c:\\x.h", u"c:\\x.h", 6},
+        {u"inc", u"c:x.h", u"c:x.h", 5},
+        {u"inc", u"\\x.h", u"\\x.h", 4},
+        {u"inc", u"/x.h", u"/x.h", 4},
+        {nullptr, u"x.h", u"x.h", 3},
+        {u"", u"sub\\x.h", u"sub\\x.h", 7},
+        // Components follow one separator; "." is skipped, ".." drops the
+        // last component, others starting with "." give nothing.
+        {u"inc", u"x.h", u"inc\\x.h", 3},
+        {u"inc\\", u"x.h", u"inc\\x.h", 4},
+        {u"inc/", u"sys/x.h", u"inc/sys\\x.h", 4},
+        {u"inc", u".\\sys\\\\.\\x.h", u"inc\\sys\\x.h", 3},
+        {u"inc", u"..\\x.h", u"x.h", 3},
+        {u"a\\b", u"..\\x.h", u"a\\x.h", 3},
+        {u"a\\b\\", u"..\\x.h", u"a\\x.h", 4},
+        {u"c:\\a\\b", u"..\\..\\x.h", u"c:\\x.h", 6},
+        {u"\\", u"..\\x.h", u"\\x.h", 1},
+        {u"inc", u".svn", u"", 0},
+        {u"inc", u"..x", u"", 0},
+        {u"inc", u"sub\\.hidden\\x.h", u"", 0},
+        {u"inc", u"...\\x.h", u"", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        char16_t out[MAX_PATH_UNITS] = {u'#'};
+        size_t result = path_join(out, MAX_PATH_UNITS, c.dir, c.name);
+        EXPECT_EQ(std::u16string(out), c.joined);
+        EXPECT_EQ(result, c.result);
     }
 }
 
 TEST(PathJoin, NeverWritesBeyondSize) {
     char16_t out[16];
-    std::fill(std::begin(out), std::end(out), u'#');
-    EXPECT_EQ(path_join(out, 8, u"include", u"windows.h"), 0u);
-    EXPECT_EQ(out[0], 0);
-    for (int i = 8; i < 16; ++i) EXPECT_EQ(out[i], u'#');
-    std::fill(std::begin(out), std::end(out), u'#');
-    EXPECT_EQ(path_join(out, 8, nullptr, u"windows.h"), 0u);
-    for (int i = 8; i < 16; ++i) EXPECT_EQ(out[i], u'#');
-    // Exactly fitting: seven units and the zero.
-    EXPECT_EQ(path_join(out, 8, u"inc", u"x.h"), 3u);
+    for (const char16_t* dir : {u"include", static_cast<const char16_t*>(nullptr)}) {
+        std::fill(std::begin(out), std::end(out), u'#');
+        EXPECT_EQ(path_join(out, 8, dir, u"windows.h"), 0u);
+        EXPECT_EQ(std::u16string(out + 8, 8), std::u16string(8, u'#'));
+    }
+    EXPECT_EQ(path_join(out, 8, u"inc", u"x.h"), 3u); // exactly fitting: seven units and the zero
     EXPECT_EQ(std::u16string(out), u"inc\\x.h");
 }
 
 TEST(PathFilePart, PartAfterLastSeparatorOrColon) {
-    EXPECT_EQ(std::u16string(path_file_part(u"a\\b/c.rc")), u"c.rc");
-    EXPECT_EQ(std::u16string(path_file_part(u"c:x.rc")), u"x.rc");
-    EXPECT_EQ(std::u16string(path_file_part(u"x.rc")), u"x.rc");
-    EXPECT_EQ(std::u16string(path_file_part(u"dir\\")), u"");
+    for (auto [path, part] : {std::pair{u"a\\b/c.rc", u"c.rc"},
+                              {u"c:x.rc", u"x.rc"},
+                              {u"x.rc", u"x.rc"},
+                              {u"dir\\", u""}})
+        EXPECT_EQ(std::u16string(path_file_part(path)), part);
     EXPECT_EQ(std::u16string(path_file_part(nullptr)), u"");
 }
