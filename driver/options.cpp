@@ -98,19 +98,19 @@ bool take_option(Options& o, std::u16string_view body, const std::vector<std::u1
             if (body.substr(1) == l.name) return l.apply(o, {}), true;
         return unknown(o, body), false;
     }
-    for (const OptionSpec& spec : OPTIONS) {
-        if (!starts_with_letters(body, spec.letters)) continue;
-        std::u16string_view rest = body.substr(spec.letters.size());
-        if (!spec.takes_value) {
+    for (const OptionSpec& option : OPTIONS) {
+        if (!starts_with_letters(body, option.letters)) continue;
+        std::u16string_view rest = body.substr(option.letters.size());
+        if (!option.takes_value) {
             if (!rest.empty()) break;
-            spec.apply(o, {});
+            option.apply(o, {});
             return true;
         }
         if (rest.empty()) {
             if (*i + 1 >= args.size()) break; // the value is missing
             rest = args[++*i];
         }
-        spec.apply(o, rest);
+        option.apply(o, rest);
         return o.action != Action::usage_error;
     }
     return unknown(o, body), false;

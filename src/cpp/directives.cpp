@@ -203,7 +203,7 @@ int processLines(TokenRow* row) {
             room = put_tokens(row);
             cpp.pending = 0;
             SourceFile* s = cpp.source;
-            s->line += s->lineinc;
+            advance_line(s);
             if (s->lineinc > 1) room = writeLineMarker();
         } else {
             if (--cpp.includeDepth < 0) {
@@ -216,7 +216,7 @@ int processLines(TokenRow* row) {
                 while (cpp.source->ifdepth > 0) close_conditional();
             }
             popSource();
-            cpp.source->line += cpp.source->lineinc;
+            advance_line(cpp.source);
             row->cur = row->last;
             room = writeLineMarker();
         }

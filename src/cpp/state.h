@@ -62,6 +62,12 @@ struct SourceFile {
     SourceFile* previous = nullptr;
 };
 
+// Adds the newlines that handling a line consumed. `#line` may have set the
+// count near its limit; it wraps as 32-bit arithmetic does.
+inline void advance_line(SourceFile* s) {
+    s->line = static_cast<int32_t>(static_cast<uint32_t>(s->line) + static_cast<uint32_t>(s->lineinc));
+}
+
 SourceFile* pushSource(const char16_t* name, const char16_t* text);
 void popSource();
 int32_t fillbuf(SourceFile* s);

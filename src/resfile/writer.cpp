@@ -1,7 +1,8 @@
 // The compiled resource (.res) writer. Every byte of the file goes through
 // write_bytes, so the one place that knows about the output handle (and
 // about dependency-collection mode, where a compile may run with no output
-// at all) is here.
+// at all) is here. Writes are gathered in a buffer and the position is kept
+// here, so that a resource of many small fields costs no system call each.
 #include "resfile/writer.h"
 
 #include <cassert>
@@ -17,6 +18,13 @@ namespace {
 constexpr uint16_t ORDINAL_MARK = 0xFFFF;
 constexpr uint32_t HEADER_FIXED_SIZE = 24; // DataSize, HeaderSize, the 16 attribute bytes
 constexpr uint32_t LEADING_ENTRY_SIZE = 32;
+constexpr size_t OUTPUT_BUFFER_SIZE = 65536;
+
+struct OutputBuffer {
+    std::vector<uint8_t> pending; // written to the file by flush_output
+    uint32_t position = 0;        // of the next byte, pending bytes included
+};
+OutputBuffer output;
 
 // Dependency collection without an output: writes vanish and succeed.
 bool writes_vanish() {
@@ -51,6 +59,8 @@ uint32_t create_output(const char16_t* path) {
     FileHandle f = nullptr;
     if (uint32_t e = file_create(path, &f)) return e;
     compile_state.output_file = f;
+    output = OutputBuffer{};
+    output.pending.reserve(OUTPUT_BUFFER_SIZE);
     return 0;
 }
 
@@ -63,15 +73,35 @@ uint32_t write_leading_entry() {
     return write_bytes(entry, sizeof entry);
 }
 
+uint32_t flush_output() {
+    if (output.pending.empty()) return 0;
+    uint32_t e = file_write(compile_state.output_file, output.pending.data(),
+                            uint32_t(output.pending.size()));
+    output.pending.clear();
+    return e;
+}
+
 void close_output() {
     if (!compile_state.output_file) return;
+    flush_output(); // callers that care have flushed and checked already
+    output = OutputBuffer{};
     file_close(compile_state.output_file);
     compile_state.output_file = nullptr;
 }
 
 uint32_t write_bytes(const void* buffer, uint32_t count) {
     if (writes_vanish()) return 0;
-    return file_write(compile_state.output_file, buffer, count);
+    if (!compile_state.output_file) return ERR_INVALID_HANDLE;
+    if (output.pending.size() + count > OUTPUT_BUFFER_SIZE)
+        if (uint32_t e = flush_output()) return e;
+    if (count >= OUTPUT_BUFFER_SIZE) {
+        if (uint32_t e = file_write(compile_state.output_file, buffer, count)) return e;
+    } else {
+        const uint8_t* bytes = static_cast<const uint8_t*>(buffer);
+        output.pending.insert(output.pending.end(), bytes, bytes + count);
+    }
+    output.position += count;
+    return 0;
 }
 
 uint32_t write_u16(uint16_t v) {
@@ -84,12 +114,10 @@ uint32_t write_u32(uint32_t v) {
     return write_bytes(bytes, sizeof bytes);
 }
 
-// The position, or 0 when it cannot be had (it is only ever shown).
+// 0 without an output.
 uint32_t output_position() {
-    if (writes_vanish()) return 0;
-    uint32_t position = 0;
-    if (file_position(compile_state.output_file, &position)) return 0;
-    return position;
+    if (!compile_state.output_file) return 0;
+    return output.position;
 }
 
 uint32_t pad_to_4(uint32_t value) {

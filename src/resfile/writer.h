@@ -41,7 +41,10 @@ constexpr uint32_t COPY_BUFFER_SIZE = 4096;
 // They are two steps because their failures are reported differently.
 uint32_t create_output(const char16_t* path);
 uint32_t write_leading_entry();
-void close_output(); // a close failure is ignored
+// Writes what is still buffered; a compilation flushes and checks before it
+// closes, since close_output ignores failures.
+uint32_t flush_output();
+void close_output();
 uint32_t write_bytes(const void* buffer, uint32_t count);
 uint32_t output_position();
 uint32_t pad_to_4(uint32_t value);

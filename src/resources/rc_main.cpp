@@ -170,6 +170,7 @@ void rc_main(const char16_t* input, const char16_t* output, bool preprocess_only
     script_location.script_file[0] = 0;
     script_location.script_line = 0;
     flush_string_tables_and_report();
+    if (uint32_t e = flush_output()) report(fatal_system_code(e));
     close_output();
     cpp_run_finish();
 }

@@ -56,3 +56,19 @@ TEST_F(Robustness, RandomScripts) {
     }
     SUCCEED();
 }
+
+// Inputs the fuzzer found; each once ended in undefined behaviour.
+TEST_F(Robustness, FuzzerFindings) {
+    const char* const scripts[] = {
+        "#line 2147483647\nx\ny\n", // the line count after it overflowed
+        "# 2147483647\nx\n",
+    };
+    for (const char* script : scripts) {
+        SCOPED_TRACE(script);
+        reattach();
+        bool ok = false;
+        std::string out = pp(script, &ok);
+        EXPECT_TRUE(ok);
+        EXPECT_NE(out.find("\nx\n"), std::string::npos);
+    }
+}

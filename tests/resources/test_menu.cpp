@@ -1,89 +1,52 @@
 // MENU and MENUEX: nested popups, options, separators, the last-item bits,
 // the MENUEX sign-extended ids and padding, the nesting limit and errors.
-#include "resources/kinds_support.h"
+#include "resources/res_reader.h"
 
-using namespace kinds_test;
+using namespace res_test;
 
 namespace {
 
-class Menus : public tarn_test::FreshLibrary {};
+using Menus = ResTest;
 
-TEST_F(Menus, NestedPopupsWithOptionsAndSeparator) {
-    std::vector<uint8_t> res;
-    ASSERT_EQ(compile("M MENU\n"
-                      "BEGIN\n"
-                      "  POPUP \"&File\"\n"
-                      "  BEGIN\n"
-                      "    MENUITEM \"&Open\", 100\n"
-                      "    MENUITEM SEPARATOR\n"
-                      "    POPUP \"Sub\", GRAYED\n"
-                      "    BEGIN\n"
-                      "      MENUITEM \"Deep\", 101, CHECKED, INACTIVE\n"
-                      "    END\n"
-                      "    MENUITEM \"E&xit\", 102 MENUBARBREAK\n"
-                      "  END\n"
-                      "  MENUITEM \"Help\" 103, HELP, MENUBREAK\n"
-                      "END\n",
-                      &res),
-              1);
-    EXPECT_TRUE(diags.empty());
-    auto r = read_res(res);
-    ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(r[0].type, ord(4));
-    EXPECT_EQ(r[0].name, name("M"));
-    EXPECT_EQ(r[0].flags, 0x1030);
-    Bytes want;
-    want.u32(0);
-    want.u16(0x0010).str("&File");
-    want.u16(0x0000).u16(100).str("&Open");
-    want.u16(0x0000).u16(0).u16(0);
-    want.u16(0x0011).str("Sub");
-    want.u16(0x008A).u16(101).str("Deep");
-    want.u16(0x00A0).u16(102).str("E&xit");
-    want.u16(0x40C0).u16(103).str("Help");
-    EXPECT_EQ(r[0].data_size, 94u);
-    EXPECT_EQ(r[0].data, want.v);
-}
-
-TEST_F(Menus, LastSeparatorAndEmptyMenu) {
-    std::vector<uint8_t> res;
-    ASSERT_EQ(compile("1 MENU BEGIN MENUITEM SEPARATOR END\n"
-                      "2 MENU DISCARDABLE LANGUAGE 9, 2 { }\n",
-                      &res),
-              1);
-    auto r = read_res(res);
-    ASSERT_EQ(r.size(), 2u);
-    EXPECT_EQ(r[0].data, Bytes().u32(0).u16(0x0080).u16(0).u16(0).v);
-    EXPECT_EQ(r[1].data, Bytes().u32(0).v);
-    EXPECT_EQ(r[1].language, 0x0809);
+TEST_F(Menus, NestedPopupsWithOptionsAndSeparators) {
+    auto e =
+        compile_ok("M MENU BEGIN\n"
+                   "  POPUP \"&File\" BEGIN\n"
+                   "    MENUITEM \"&Open\", 100\n"
+                   "    MENUITEM SEPARATOR\n"
+                   "    POPUP \"Sub\", GRAYED BEGIN MENUITEM \"Deep\", 101, CHECKED, INACTIVE END\n"
+                   "    MENUITEM \"E&xit\", 102 MENUBARBREAK\n"
+                   "  END\n"
+                   "  MENUITEM \"Help\" 103, HELP, MENUBREAK\n"
+                   "END\n"
+                   "2 MENU BEGIN MENUITEM SEPARATOR END\n"
+                   "3 MENU { }\n");
+    ASSERT_EQ(heads(e), (Lines{"#4 M 1030 0409", "#4 #2 1030 0409", "#4 #3 1030 0409"}));
+    Bytes want = Bytes().u32(0).u16(0x0010).str("&File").u16(0, 100).str("&Open").u16(0, 0, 0);
+    want.u16(0x0011).str("Sub").u16(0x008A, 101).str("Deep");
+    want.u16(0x00A0, 102).str("E&xit").u16(0x40C0, 103).str("Help");
+    EXPECT_EQ(e[0].data, want);
+    EXPECT_EQ(e[1].data, Bytes().u32(0).u16(0x0080, 0, 0));
+    EXPECT_EQ(e[2].data, Bytes().u32(0));
 }
 
 TEST_F(Menus, ExtendedLayoutSignExtendsIdsAndPads) {
-    std::vector<uint8_t> res;
-    ASSERT_EQ(compile("ME MENUEX\n"
-                      "BEGIN\n"
-                      "  POPUP \"F\", 200, 0, 0, 55\n"
-                      "  BEGIN\n"
-                      "    MENUITEM \"Ab\", 40000, 0x800, 3\n"
-                      "    MENUITEM \"\", -1\n"
-                      "    MENUITEM \"X\"\n"
-                      "  END\n"
-                      "  MENUITEM \"Q\",\n"
-                      "END\n",
-                      &res),
-              1);
-    EXPECT_TRUE(diags.empty());
-    auto r = read_res(res);
-    ASSERT_EQ(r.size(), 1u);
-    Bytes want;
-    want.u16(1).u16(4).u32(0);
-    want.u32(0).u32(0).u32(200).u16(0x01).str("F").pad4().u32(55);
-    want.u32(0x800).u32(3).u32(0xFFFF9C40).u16(0).str("Ab").pad4();
-    want.u32(0).u32(0).u32(0xFFFFFFFF).u16(0).str("").pad4();
-    want.u32(0).u32(0).u32(0).u16(0x80).str("X").pad4();
-    want.u32(0).u32(0).u32(0).u16(0x80).str("Q").pad4();
-    EXPECT_EQ(r[0].data_size, 108u);
-    EXPECT_EQ(r[0].data, want.v);
+    auto e = compile_ok("ME MENUEX BEGIN\n"
+                        "  POPUP \"F\", 200, 0, 0, 55 BEGIN\n"
+                        "    MENUITEM \"Ab\", 40000, 0x800, 3\n"
+                        "    MENUITEM \"\", -1\n"
+                        "    MENUITEM \"X\"\n"
+                        "  END\n"
+                        "  MENUITEM \"Q\",\n"
+                        "END\n");
+    ASSERT_EQ(e.size(), 1u);
+    Bytes want = Bytes().u16(1, 4).u32(0);
+    want.u32(0, 0, 200).u16(0x01).str("F").pad4().u32(55);
+    want.u32(0x800, 3, 0xFFFF9C40).u16(0).str("Ab").pad4();
+    want.u32(0, 0, 0xFFFFFFFF).u16(0).str("").pad4();
+    want.u32(0, 0, 0).u16(0x80).str("X").pad4();
+    want.u32(0, 0, 0).u16(0x80).str("Q").pad4();
+    EXPECT_EQ(e[0].data, want);
 }
 
 std::string nested(int levels) {
@@ -95,45 +58,24 @@ std::string nested(int levels) {
 }
 
 TEST_F(Menus, SevenPopupLevelsFit) {
-    std::vector<uint8_t> res;
-    ASSERT_EQ(compile(nested(7), &res), 1);
-    auto r = read_res(res);
-    ASSERT_EQ(r.size(), 1u);
-    Bytes want;
-    want.u32(0);
+    auto e = compile_ok(nested(7));
+    Bytes want = Bytes().u32(0);
     for (int i = 0; i < 7; i++) want.u16(0x0090).str("p");
-    want.u16(0x0080).u16(1).str("x");
-    EXPECT_EQ(r[0].data, want.v);
+    ASSERT_EQ(e.size(), 1u);
+    EXPECT_EQ(e[0].data, want.u16(0x0080, 1).str("x"));
 }
 
-TEST_F(Menus, EightPopupLevelsDoNot) {
-    EXPECT_EQ(compile(nested(8)), 0);
-    EXPECT_EQ(count(diags, SEV_ERROR, "Invalid syntax."), 1);
-    EXPECT_EQ(diags.size(), 1u);
-}
-
-TEST_F(Menus, ItemThatIsNeitherStringNorSeparator) {
-    EXPECT_EQ(compile("1 MENU BEGIN MENUITEM 5 END\n"), 0);
-    EXPECT_EQ(count(diags, SEV_ERROR, "Invalid syntax."), 1);
-    EXPECT_EQ(diags.size(), 1u);
-}
-
-TEST_F(Menus, StrayTokenWritesNothing) {
-    std::vector<uint8_t> res;
-    EXPECT_EQ(compile("1 MENU BEGIN CAPTION END\n", &res), 0);
-    EXPECT_EQ(count(diags, SEV_ERROR, "Invalid syntax."), 1);
-    EXPECT_EQ(diags.size(), 1u);
-    EXPECT_TRUE(res.empty());
-}
-
-TEST_F(Menus, EndOfFileInsideAMenuIsFatal) {
-    EXPECT_EQ(compile("1 MENU BEGIN POPUP \"a\" BEGIN MENUITEM \"x\", 1\n"), 0);
-    EXPECT_EQ(count(diags, SEV_FATAL, "Unexpected end of file."), 1);
-}
-
-TEST_F(Menus, EndOfFileBeforeAPopupsBeginIsFatal) {
-    EXPECT_EQ(compile("1 MENUEX BEGIN POPUP \"a\", 1\n"), 0);
-    EXPECT_EQ(count(diags, SEV_FATAL, "Unexpected end of file."), 1);
+TEST_F(Menus, Failures) {
+    expect_failures({
+        {nested(8), {"9: error: Invalid syntax."}},
+        {"1 MENU BEGIN MENUITEM 5 END\n", {"1: error: Invalid syntax."}},
+        {"1 MENU BEGIN CAPTION END\n", {"1: error: Invalid syntax."}},
+        {"1 MENU BEGIN POPUP \"a\" BEGIN MENUITEM \"x\", 1\n",
+         {"2: error: Invalid syntax.", "2: fatal error: Unexpected end of file."}},
+        {"1 MENUEX BEGIN POPUP \"a\", 1\n",
+         {"2: error: BEGIN keyword or { character expected (found: EOF).",
+          "2: fatal error: Unexpected end of file."}},
+    });
 }
 
 } // namespace

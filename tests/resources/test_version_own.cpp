@@ -5,15 +5,11 @@
 
 #include <windows.h>
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 
 #include "diag/catalogue.h"
-#include "resources/kinds_support.h"
-
-using namespace kinds_test;
+#include "resources/res_reader.h"
 
 namespace {
 
@@ -37,98 +33,76 @@ struct DataModule {
     }
 };
 
-// The message as the platform formats it; inserts left alone when none
-// is given.
+// The message as the platform formats it, inserts left alone without one;
+// the catalogue's own text ends at "%0" for the same reason.
 std::u16string format(HMODULE module, DWORD id, WORD language, const wchar_t* insert = nullptr) {
     DWORD_PTR args[1] = {reinterpret_cast<DWORD_PTR>(insert)};
     DWORD flags = FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ALLOCATE_BUFFER |
                   (insert ? FORMAT_MESSAGE_ARGUMENT_ARRAY : FORMAT_MESSAGE_IGNORE_INSERTS);
     wchar_t* buffer = nullptr;
-    DWORD n = FormatMessageW(flags, module, id, language, reinterpret_cast<wchar_t*>(&buffer), 0,
+    DWORD n = FormatMessageW(flags, module, MESSAGE_ID_BASE | id, language,
+                             reinterpret_cast<wchar_t*>(&buffer), 0,
                              insert ? reinterpret_cast<va_list*>(args) : nullptr);
     std::u16string text(reinterpret_cast<const char16_t*>(buffer ? buffer : L""), n);
     if (buffer) LocalFree(buffer);
     return text;
 }
-
-// The catalogue's text as the formatter gives it back: "%0" ends it even
-// where inserts are left alone.
-std::u16string up_to_stop(const char16_t* text) {
-    std::u16string s(text);
+std::u16string catalogue(DWORD id, tarn::Language language) {
+    std::u16string s(tarn::catalogue_text(MESSAGE_ID_BASE | id, language));
     return s.substr(0, s.find(u"%0"));
 }
 
 TEST(OwnResources, DriverMessagesReadFromTheLibraryInBothLanguages) {
     DataModule dll(L"tarn64.dll");
     ASSERT_NE(dll.handle, nullptr);
-    for (DWORD number = 0x5F; number <= 0x74; number++) {
-        DWORD id = MESSAGE_ID_BASE | number;
-        EXPECT_EQ(format(dll.handle, id, ENGLISH),
-                  up_to_stop(tarn::catalogue_text(id, tarn::Language::english)))
-            << number;
-        EXPECT_EQ(format(dll.handle, id, SWEDISH),
-                  up_to_stop(tarn::catalogue_text(id, tarn::Language::swedish)))
-            << number;
+    for (DWORD id = 0x5F; id <= 0x74; id++) {
+        EXPECT_EQ(format(dll.handle, id, ENGLISH), catalogue(id, tarn::Language::english)) << id;
+        EXPECT_EQ(format(dll.handle, id, SWEDISH), catalogue(id, tarn::Language::swedish)) << id;
     }
-    EXPECT_EQ(format(dll.handle, MESSAGE_ID_BASE | 0x72, SWEDISH, L"x"), u"varning: ");
-    EXPECT_EQ(format(dll.handle, MESSAGE_ID_BASE | 0x73, ENGLISH, L"Q"),
-              u"Unrecognized option /Q.\r\n");
-    EXPECT_EQ(format(dll.handle, MESSAGE_ID_BASE | 0x73, SWEDISH, L"Q"),
-              u"Okänt alternativ /Q.\r\n");
-    EXPECT_EQ(format(dll.handle, MESSAGE_ID_BASE | 0x01, ENGLISH, L"a.rc"),
-              u"File not found: 'a.rc'.\r\n");
-}
-
-// The fixed block of a version resource: signature, then the file version.
-void expect_version_8_0(const wchar_t* file) {
-    SCOPED_TRACE(std::string(file, file + wcslen(file)));
-    DataModule module(file);
-    ASSERT_NE(module.handle, nullptr);
-    HRSRC found = FindResourceW(module.handle, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
-    ASSERT_NE(found, nullptr);
-    ASSERT_GE(SizeofResource(module.handle, found), 92u);
-    const uint8_t* data =
-        static_cast<const uint8_t*>(LockResource(LoadResource(module.handle, found)));
-    std::vector<uint8_t> bytes(data, data + 92);
-    EXPECT_EQ(get32(bytes, 40), 0xFEEF04BDu);
-    EXPECT_EQ(get32(bytes, 48) >> 16, 8u);
-    EXPECT_EQ(get32(bytes, 48) & 0xFFFF, 0u);
+    EXPECT_EQ(format(dll.handle, 0x72, SWEDISH, L"x"), u"varning: ");
+    EXPECT_EQ(format(dll.handle, 0x73, ENGLISH, L"Q"), u"Unrecognized option /Q.\r\n");
+    EXPECT_EQ(format(dll.handle, 0x73, SWEDISH, L"Q"), u"Okänt alternativ /Q.\r\n");
+    EXPECT_EQ(format(dll.handle, 0x01, ENGLISH, L"a.rc"), u"File not found: 'a.rc'.\r\n");
 }
 
 TEST(OwnResources, VersionResources) {
-    expect_version_8_0(L"tarn64.dll");
-    expect_version_8_0(L"tarn.exe");
+    for (const wchar_t* file : {L"tarn64.dll", L"tarn.exe"}) {
+        SCOPED_TRACE(tarn_test::u8(reinterpret_cast<const char16_t*>(file)));
+        DataModule module(file);
+        ASSERT_NE(module.handle, nullptr);
+        HRSRC found = FindResourceW(module.handle, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
+        ASSERT_NE(found, nullptr);
+        ASSERT_GE(SizeofResource(module.handle, found), 92u);
+        auto data = static_cast<const uint8_t*>(LockResource(LoadResource(module.handle, found)));
+        std::vector<uint8_t> fixed(data + 40, data + 92);
+        EXPECT_EQ(res_test::get32(fixed, 0), 0xFEEF04BDu); // the signature
+        EXPECT_EQ(res_test::get32(fixed, 8), 0x00080000u); // file version 8.0
+    }
 }
 
-class OwnVersion : public tarn_test::FreshLibrary {};
+using OwnVersion = tarn_test::FreshLibrary;
 
-// Runs tarn.exe with the arguments; returns what it wrote on standard output.
-std::string run_tarn(const std::wstring& arguments, const std::wstring& output) {
+TEST_F(OwnVersion, TarnMacroShowsTheHostsVersion) {
+    std::filesystem::path script = write_file("v.rc", "__TARN__\n"), out = path_of("out.txt");
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE out = CreateFileW(output.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                             CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (out == INVALID_HANDLE_VALUE) return "";
+    HANDLE handle = CreateFileW(out.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(handle, INVALID_HANDLE_VALUE);
     STARTUPINFOW start = {};
     start.cb = sizeof start;
     start.dwFlags = STARTF_USESTDHANDLES;
-    start.hStdOutput = out;
-    start.hStdError = out;
+    start.hStdOutput = start.hStdError = handle;
     PROCESS_INFORMATION process = {};
-    std::wstring command = L"\"" + built(L"tarn.exe") + L"\" " + arguments;
+    std::wstring command = L"\"" + built(L"tarn.exe") + L"\" -E \"" + script.wstring() + L"\"";
     if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start,
                        &process)) {
         WaitForSingleObject(process.hProcess, INFINITE);
         CloseHandle(process.hThread);
         CloseHandle(process.hProcess);
     }
-    CloseHandle(out);
-    std::ifstream in(std::filesystem::path(output), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-TEST_F(OwnVersion, TarnMacroShowsTheHostsVersion) {
-    std::filesystem::path script = write_file("v.rc", "__TARN__\n");
-    std::string text = run_tarn(L"-E \"" + script.wstring() + L"\"", path_of("out.txt").wstring());
+    CloseHandle(handle);
+    std::ifstream in(out, std::ios::binary);
+    std::string text(std::istreambuf_iterator<char>(in), {});
     EXPECT_NE(text.find("800"), std::string::npos) << text;
 }
 
