@@ -9,32 +9,18 @@
 #include <string_view>
 
 #include "diag/catalogue.h"
+#include "diag/codes.h"
 #include "diag/format.h"
 
 namespace tarn_driver {
 
 using tarn::MsgArg;
 
-constexpr uint32_t MESSAGE_ID_BASE = 0x20000000;
-
-// The messages of the driver and the ones it shares with the library.
-enum DriverMsg : uint32_t {
-    MSG_INVALID_CODEPAGE = 0x04,
-    MSG_INVALID_LANGUAGE = 0x05,
-    MSG_BANNER = 0x5F,
-    MSG_BANNER2 = 0x60,
-    MSG_USAGE_SYNTAX = 0x61,
-    MSG_USAGE_OPTIONS = 0x62,
-    MSG_OPTION_FIRST = 0x63, // /C
-    MSG_OPTION_C = 0x63,
-    MSG_OPTION_FO = 0x66,
-    MSG_OPTION_L = 0x68,
-    MSG_OPTION_R = 0x6B,
-    MSG_OPTION_LAST = 0x6E, // /X
-    MSG_LOCATION = 0x6F,
-    MSG_UNKNOWN_OPTION = 0x73,
-    MSG_ABORTED = 0x74,
-};
+// The message numbers are the library's own (diag/codes.h).
+using namespace tarn::message_numbers;
+constexpr uint32_t MESSAGE_ID_BASE = tarn::CODE_LIBRARY;
+constexpr uint32_t MSG_OPTION_FIRST = tarn::MSG_OPTION_C; // the option lines run /C to /X
+constexpr uint32_t MSG_OPTION_LAST = tarn::MSG_OPTION_X;
 
 // Whether the POSIX locale variables ask for Swedish: the first non-empty
 // of LC_ALL, LC_MESSAGES and LANG (any may be null) starts with "sv".

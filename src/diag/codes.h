@@ -19,6 +19,9 @@ constexpr DiagnosticCode CODE_FATAL = 0x8000;
 // a code carrying it finds no text (see QUIRK_NO_TEXT below).
 constexpr DiagnosticCode CODE_BIT14 = 0x4000;
 
+// In a namespace of their own too, so that a host-side program (the driver)
+// can take the numbers without the rest of the library's names.
+inline namespace message_numbers {
 enum Msg : uint32_t {
     MSG_FILE_NOT_FOUND = 0x01,
     MSG_READ_ERROR = 0x02,
@@ -137,6 +140,7 @@ enum Msg : uint32_t {
     MSG_UNKNOWN_OPTION = 0x73,
     MSG_ABORTED = 0x74,
 };
+} // namespace message_numbers
 
 constexpr uint32_t MSG_FIRST = 0x01;
 constexpr uint32_t MSG_LAST = 0x74;
