@@ -1,14 +1,16 @@
 // Code pages and character classes on POSIX, emulating MultiByteToWideChar,
 // WideCharToMultiByte (flags 0), IsCharAlphaW, IsCharAlphaNumericW and
-// CharUpperW. Conversions go through glibc's iconv. Single-byte pages become
-// a 256-entry table and its inverse on first use, because every input file
-// without a Unicode signature is converted through here; other pages keep
-// one iconv descriptor per direction. The caches are not observable state.
+// CharUpperW. Conversions go through glibc's iconv, but for the ANSI page,
+// which is built in. Single-byte pages become a 256-entry table and its
+// inverse on first use, because every input file without a Unicode
+// signature is converted through here; other pages keep one iconv
+// descriptor per direction. The caches are not observable state.
 #include "support/platform.h"
 #include "support/sink.h"
 
 #include "support/text.h"
 
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <iconv.h>
@@ -66,10 +68,23 @@ const char* const UTF16_NATIVE =
     std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
 const iconv_t NO_ICONV = reinterpret_cast<iconv_t>(-1);
 
+// The ANSI page's bytes 0x80-0x9F; the others are Latin-1. Built in, as
+// every compilation decodes through it and loading glibc's converter
+// modules costs more than a small script's whole compilation. Undefined
+// bytes map to the code point of the same value, as for the other pages.
+constexpr char16_t CP1252_HIGH[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
 struct Codec {
     const CodePageName* page = nullptr;
-    char16_t to_unicode[256] = {};  // single-byte pages
-    std::vector<uint16_t> to_bytes; // single-byte pages: 65536 entries or UNMAPPED
+    char16_t to_unicode[256] = {}; // single-byte pages
+    // Single-byte pages, the inverse: a 256-entry page of bytes (or
+    // UNMAPPED) per high byte of the unit that occurs; page 0 is all
+    // UNMAPPED and stands for every high byte that does not.
+    uint8_t page_of_high[256] = {};
+    std::vector<std::array<uint16_t, 256>> pages;
     iconv_t decoder = NO_ICONV;     // multi-byte pages
     iconv_t encoder = NO_ICONV;
     ~Codec() {
@@ -97,12 +112,29 @@ char16_t decode_byte(iconv_t cd, unsigned char b) {
 }
 
 bool build_single_byte(Codec* c) {
-    iconv_t cd = iconv_open(UTF16_NATIVE, c->page->iconv_name);
-    if (cd == NO_ICONV) return false;
-    for (int b = 0; b < 256; ++b) c->to_unicode[b] = decode_byte(cd, static_cast<unsigned char>(b));
-    iconv_close(cd);
-    c->to_bytes.assign(0x10000, UNMAPPED);
-    for (int b = 255; b >= 0; --b) c->to_bytes[c->to_unicode[b]] = static_cast<uint16_t>(b);
+    if (c->page->code_page == CP_ANSI) {
+        for (int b = 0; b < 256; ++b)
+            c->to_unicode[b] = b >= 0x80 && b < 0xA0 ? CP1252_HIGH[b - 0x80] : char16_t(b);
+    } else {
+        iconv_t cd = iconv_open(UTF16_NATIVE, c->page->iconv_name);
+        if (cd == NO_ICONV) return false;
+        for (int b = 0; b < 256; ++b)
+            c->to_unicode[b] = decode_byte(cd, static_cast<unsigned char>(b));
+        iconv_close(cd);
+    }
+    std::array<uint16_t, 256> unmapped;
+    unmapped.fill(UNMAPPED);
+    c->pages.assign(1, unmapped);
+    // Downwards, so that of two bytes decoding alike the lower one encodes.
+    for (int b = 255; b >= 0; --b) {
+        char16_t u = c->to_unicode[b];
+        uint8_t& page = c->page_of_high[u >> 8];
+        if (page == 0) {
+            page = static_cast<uint8_t>(c->pages.size());
+            c->pages.push_back(unmapped);
+        }
+        c->pages[page][u & 0xFF] = static_cast<uint16_t>(b);
+    }
     return true;
 }
 
@@ -184,7 +216,7 @@ size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, 
 // Unit by unit, as Windows does: a surrogate pair becomes two defaults.
 size_t encode_single_byte(const Codec& c, const char16_t* text, size_t n, Sink<char>& s) {
     for (size_t i = 0; i < n; ++i) {
-        uint16_t b = c.to_bytes[text[i]];
+        uint16_t b = c.pages[c.page_of_high[text[i] >> 8]][text[i] & 0xFF];
         s.put(b == UNMAPPED ? DEFAULT_CHAR : static_cast<char>(b));
     }
     return s.result();

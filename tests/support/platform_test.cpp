@@ -6,7 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <string>
+
+#ifndef _WIN32
+#include <iconv.h>
+#endif
 
 using namespace tarn;
 using tarn_test::ScopedEnv;
@@ -60,6 +65,35 @@ TEST(CodePages, RoundTrips) {
         EXPECT_EQ(to16(c.cp, c.bytes), c.text) << c.cp;
         EXPECT_EQ(from16(c.cp, c.text), c.bytes) << c.cp;
     }
+}
+
+// Every byte of a single-byte page comes back from its character; for the
+// built-in ANSI page, the characters are also those of the C library's
+// converter wherever it defines the byte.
+TEST(CodePages, EveryByteOfASingleBytePageRoundTrips) {
+    std::string all;
+    for (int b = 0; b < 256; ++b) all += static_cast<char>(b);
+    for (uint32_t cp : {1252u, 437u, 866u, 1250u, 28605u}) {
+        std::u16string text = to16(cp, all);
+        ASSERT_EQ(text.size(), 256u) << cp;
+        EXPECT_EQ(from16(cp, text), all) << cp;
+    }
+#ifndef _WIN32
+    std::u16string ours = to16(1252, all);
+    iconv_t cd = iconv_open(std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE",
+                            "CP1252");
+    ASSERT_NE(cd, reinterpret_cast<iconv_t>(-1));
+    for (int b = 0; b < 256; ++b) {
+        char in = static_cast<char>(b), *in_p = &in;
+        char16_t out = 0;
+        char* out_p = reinterpret_cast<char*>(&out);
+        size_t in_left = 1, out_left = sizeof out;
+        if (iconv(cd, &in_p, &in_left, &out_p, &out_left) != static_cast<size_t>(-1)) {
+            EXPECT_EQ(ours[b], out) << "byte " << b;
+        }
+    }
+    iconv_close(cd);
+#endif
 }
 
 TEST(CodePages, UnmappableCharactersBecomeTheDefault) {
