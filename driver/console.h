@@ -1,5 +1,6 @@
 // The driver's contact with the operating system: its arguments, console
-// output, the user's language, Ctrl-C and the library's message table.
+// output, the user's language, Ctrl-C, the library's message table and the
+// process heap.
 // console_win.cpp implements it with the Windows API, console_posix.cpp with
 // POSIX.
 #pragma once
@@ -34,6 +35,9 @@ std::optional<std::u16string> library_message(uint32_t id);
 // Calls `on_interrupt` on Ctrl-C (from a signal handler or another thread:
 // it must only set flags). A second Ctrl-C ends the program as usual.
 void catch_interrupt(void (*on_interrupt)());
+
+// Readies the heap for one compilation before the library starts it.
+void prepare_heap();
 
 // Whether "/" starts an option as well as "-".
 bool slash_starts_option();

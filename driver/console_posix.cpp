@@ -1,10 +1,17 @@
 // The driver's system services on POSIX: UTF-8 arguments and output, the
-// locale variables for the language, SIGINT for Ctrl-C.
+// locale variables for the language, SIGINT for Ctrl-C, the C library's
+// heap.
 #include "console.h"
 
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <unistd.h>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#include <sys/mman.h>
+#endif
 
 #include "messages.h"
 #include "utf.h"
@@ -22,7 +29,42 @@ extern "C" void on_sigint(int) {
     if (interrupt_callback) interrupt_callback();
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+#define TARN_OWN_MALLOC 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
+#define TARN_OWN_MALLOC 0
+#endif
+#endif
+#ifndef TARN_OWN_MALLOC
+#define TARN_OWN_MALLOC 1
+#endif
+
 } // namespace
+
+// A compilation fills memory it never gives back before it ends, and a
+// first touch of each 4 KiB page costs a fault (several microseconds on a
+// virtual machine): for a large script the faults cost more than the
+// compiling. So the heap is grown in one large step, kept, asked to back
+// itself with huge pages where the system allows it, and made to serve
+// large blocks as well. Only address space is taken; memory comes as it is
+// used.
+void prepare_heap() {
+#if defined(__GLIBC__) && TARN_OWN_MALLOC
+    constexpr size_t HUGE_PAGE = size_t(2) << 20;
+    constexpr size_t GROWTH = size_t(64) << 20;
+    mallopt(M_MMAP_THRESHOLD, 32 << 20); // the largest the C library takes
+    mallopt(M_TOP_PAD, GROWTH);
+    mallopt(M_TRIM_THRESHOLD, 2 * GROWTH);
+    void* probe = std::malloc(GROWTH / 4); // beyond the top: the heap grows
+    auto first = reinterpret_cast<uintptr_t>(probe);
+    auto top = reinterpret_cast<uintptr_t>(sbrk(0));
+    std::free(probe);
+    uintptr_t from = (first + HUGE_PAGE - 1) & ~(HUGE_PAGE - 1);
+    uintptr_t to = top & ~(HUGE_PAGE - 1);
+    if (probe && to > from) madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+#endif
+}
 
 std::vector<std::u16string> command_line(int argc, char** argv) {
     std::vector<std::u16string> args;

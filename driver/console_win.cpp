@@ -114,6 +114,9 @@ void catch_interrupt(void (*on_interrupt)()) {
     SetConsoleCtrlHandler(on_ctrl, TRUE);
 }
 
+// The process heap serves a compilation well as it is.
+void prepare_heap() {}
+
 bool slash_starts_option() {
     return true;
 }

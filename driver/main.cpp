@@ -189,6 +189,7 @@ int main(int argc, char** argv) {
     case Action::dump:
         return dump(o);
     case Action::compile:
+        prepare_heap();
         return compile(o);
     }
     return EXIT_USAGE;

@@ -360,11 +360,31 @@ bool has_open_comment(const TokenRow* work) {
     return false;
 }
 
+// A body that pasting, hidesets and the open-comment rule leave as it is:
+// no name, no ## and no open comment. Most macros are such numbers.
+bool body_as_is(const TokenRow* body) {
+    if (!body) return true;
+    for (const PpToken* tp = body->base; tp < body->last; ++tp)
+        if (tp->type == PP_NAME || tp->type == PP_PASTE || tp->type == PP_PASTE_ARG ||
+            tp->type == PP_OPEN_COMMENT)
+            return false;
+    return true;
+}
+
 } // namespace
 
 void expandMacro(TokenRow* row, Symbol* sym) {
     size_t at = static_cast<size_t>(row->cur - row->base);
     const TokenRow* body = sym->replacement;
+    if (!sym->params && body_as_is(body)) {
+        // The same steps without a working copy. The hideset is still made,
+        // so that the table fills as it would.
+        new_hideset(row->base[at].hideset, sym);
+        bool spaced = real_space(row->base + at);
+        replaceTokens(row, at, 1, body ? body->base : nullptr, body ? rowlen(body) : 0, spaced);
+        row->cur = row->base + at;
+        return;
+    }
     ScopedRow work(body ? rowlen(body) + 1 : 1);
     if (body && rowlen(body)) {
         std::memcpy(work.row.base, body->base, rowlen(body) * sizeof(PpToken));

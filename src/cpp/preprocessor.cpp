@@ -29,6 +29,7 @@ struct SourceScope {
 void cpp_reset() {
     close_all_sources();
     freeRow(&cpp.mainRow);
+    freeSpareRows();
     cpp.~CppState();
     new (&cpp) CppState();
     hideset_start();

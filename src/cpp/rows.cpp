@@ -91,6 +91,29 @@ void giveSpace(PpToken* tp) {
     tp->flag &= ~FLAG_INSERTED_SPACE;
 }
 
+ScopedRow::ScopedRow(size_t capacity) {
+    if (cpp.spareRows.empty()) {
+        // Room for every row made, so that giving one back, which may
+        // happen while a fatal error unwinds, never allocates.
+        cpp.spareRows.reserve(++cpp.scopedRowsMade);
+        makeRow(capacity, &row);
+        return;
+    }
+    row = cpp.spareRows.back();
+    cpp.spareRows.pop_back();
+    if (row.max < capacity) growRow(capacity, &row);
+    row.cur = row.last = row.base;
+}
+
+ScopedRow::~ScopedRow() {
+    cpp.spareRows.push_back(row);
+}
+
+void freeSpareRows() {
+    for (TokenRow& r : cpp.spareRows) freeRow(&r);
+    cpp.spareRows.clear();
+}
+
 void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to) {
     size_t n = static_cast<size_t>(to - from);
     makeRow(std::max<size_t>(n, 3), dst);

@@ -91,13 +91,16 @@ inline size_t rowlen(const TokenRow* r) {
 }
 
 // A row freed on every path out of a scope.
+// A working row for the length of a scope. Rows come from and go back to
+// a list of spares, as every macro expansion needs one.
 struct ScopedRow {
     TokenRow row{};
-    explicit ScopedRow(size_t capacity) { makeRow(capacity, &row); }
+    explicit ScopedRow(size_t capacity);
     ScopedRow(const ScopedRow&) = delete;
     ScopedRow& operator=(const ScopedRow&) = delete;
-    ~ScopedRow() { freeRow(&row); }
+    ~ScopedRow();
 };
+void freeSpareRows();
 
 void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to); // dst made here
 // Replaces n tokens at index `at` by the tokens of src; `spaced`: white
@@ -274,6 +277,8 @@ struct CppState {
 
     // The run
     TokenRow mainRow{};
+    std::vector<TokenRow> spareRows; // of ScopedRow
+    size_t scopedRowsMade = 0;       // the room kept in spareRows
     uint32_t pending = 0; // the line may hold a macro name
     std::string startTime;
 

@@ -4,6 +4,8 @@
 // writes the collected string tables and closes the files.
 #include "resources/rc_main.h"
 
+#include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include "api/state.h"
@@ -78,9 +80,22 @@ void upper_case(ScriptToken& t) {
     for (size_t i = 0; i < t.length; ++i) t.text[i] = plat_upper(t.text[i]);
 }
 
-// "name type ...": the current token is the name.
+// A copy of the units in use only: a token holds 8 KiB, and a statement's
+// name and type are kept once per resource. A number's value occupies the
+// first two units.
+void keep_token(ScriptToken& kept, const ScriptToken& t) {
+    kept.kind = t.kind;
+    kept.length = t.length;
+    kept.is_long = t.is_long;
+    size_t units = std::max<size_t>(t.length, 2) + 1;
+    std::memcpy(kept.text, t.text, units * sizeof(char16_t));
+}
+
+// "name type ...": the current token is the name. Statements do not nest,
+// so one place each serves every statement.
 void named_statement() {
-    ScriptToken name = token;
+    static ScriptToken name, type;
+    keep_token(name, token);
     if (name.kind == TK_NAME) upper_case(name);
     next_token();
     if (Handler handler = find_handler(token.kind)) {
@@ -92,7 +107,7 @@ void named_statement() {
         warn_unrecognized(); // the token starts the next statement
         return;
     }
-    ScriptToken type = token;
+    keep_token(type, token);
     if (type.kind != TK_NUMBER) {
         type.kind = TK_NAME; // a keyword names a type by its own text
         upper_case(type);

@@ -2,6 +2,7 @@
 // whole compilation; at the end the collection is cut into blocks of 16 ids
 // per language, one RT_STRING resource each, in the order in which each
 // (block, language) pair first appeared.
+#include <algorithm>
 #include <unordered_map>
 #include <vector>
 
@@ -19,51 +20,69 @@ namespace {
 
 constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
 constexpr uint32_t BLOCK_SLOTS = 16;
+constexpr size_t CHUNK_UNITS = 64 * 1024; // more than the longest string's units
 
-StringEntry make_entry(uint16_t id) {
-    StringEntry e;
-    e.block_id = uint32_t(id >> 4) + 1;
-    e.index = id & 15u;
-    uint16_t length = uint16_t(token.length + (compile_state.null_append ? 1 : 0));
-    e.text.reserve(token.length + 2);
-    e.text.push_back(length);
-    e.text.append(token.text, token.length);
-    e.text.push_back(0);
-    return e;
+// The current string as a length word, its units and a zero unit.
+const char16_t* keep_text() {
+    StringTableState& st = string_tables;
+    size_t units = token.length + 2;
+    if (st.chunks.empty() || st.chunk_used + units > CHUNK_UNITS) {
+        st.chunks.emplace_back(new char16_t[CHUNK_UNITS]);
+        st.chunk_used = 0;
+    }
+    char16_t* text = st.chunks.back().get() + st.chunk_used;
+    st.chunk_used += units;
+    text[0] = char16_t(token.length + (compile_state.null_append ? 1 : 0));
+    std::copy(token.text, token.text + token.length, text + 1);
+    text[token.length + 1] = 0;
+    return text;
 }
 
-uint64_t group_key(const StringEntry& e) {
-    return (uint64_t(e.block_id) << 16) | e.attributes.language;
+uint32_t block_id(const StringEntry& e) {
+    return uint32_t(e.id >> 4) + 1;
 }
 
-// The entries of each (block, language) pair, in script order.
-std::unordered_map<uint64_t, std::vector<size_t>>
-group_entries(const std::vector<StringEntry>& all) {
-    std::unordered_map<uint64_t, std::vector<size_t>> groups;
-    for (size_t i = 0; i < all.size(); ++i) groups[group_key(all[i])].push_back(i);
-    return groups;
+// One block: a (block id, language) pair and its 16 slots.
+struct Block {
+    const StringEntry* first = nullptr; // the first entry seen; gives the attributes
+    const char16_t* slots[BLOCK_SLOTS] = {};
+    bool duplicate = false;
+};
+
+// The blocks in the order in which each pair first appears.
+std::vector<Block> gather_blocks() {
+    const StringTableState& st = string_tables;
+    std::vector<Block> blocks;
+    std::unordered_map<uint64_t, uint32_t> index;
+    index.reserve(st.entries.size() / 8 + 1);
+    for (const StringEntry& e : st.entries) {
+        uint64_t key = (uint64_t(block_id(e)) << 16) | st.statements[e.statement].language;
+        auto [at, added] = index.try_emplace(key, uint32_t(blocks.size()));
+        if (added) blocks.emplace_back().first = &e;
+        Block& b = blocks[at->second];
+        const char16_t*& slot = b.slots[e.id & 15u];
+        if (slot) b.duplicate = true;
+        slot = e.text;
+    }
+    return blocks;
 }
 
-// A filled slot is its length word and that many units; an empty one a zero.
-std::vector<uint8_t> block_data(const StringEntry* const slots[BLOCK_SLOTS]) {
-    std::vector<uint8_t> data;
-    for (uint32_t i = 0; i < BLOCK_SLOTS; ++i) {
-        const StringEntry* e = slots[i];
-        size_t units = e ? size_t(e->text[0]) + 1 : 1;
+// A filled slot is its length word and that many units (the text's zero
+// when a null is appended); an empty one a zero length word.
+uint32_t write_block(const Block& b, std::vector<uint8_t>& data) {
+    data.clear();
+    for (const char16_t* text : b.slots) {
+        size_t units = text ? size_t(text[0]) + 1 : 1;
         for (size_t u = 0; u < units; ++u) {
-            char16_t c = e ? (u < e->text.size() ? e->text[u] : 0) : 0;
+            char16_t c = text ? text[u] : 0;
             data.push_back(uint8_t(c));
             data.push_back(uint8_t(c >> 8));
         }
     }
-    return data;
-}
-
-uint32_t write_block(const StringEntry& first, const StringEntry* const slots[BLOCK_SLOTS]) {
-    std::vector<uint8_t> data = block_data(slots);
     uint32_t size = uint32_t(data.size());
-    uint32_t e = write_resource_header(size, first.attributes, make_ordinal(RT_STRING),
-                                       make_ordinal(uint16_t(first.block_id)));
+    const ResourceAttributes& attributes = string_tables.statements[b.first->statement];
+    uint32_t e = write_resource_header(size, attributes, make_ordinal(RT_STRING),
+                                       make_ordinal(uint16_t(block_id(*b.first))));
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;
@@ -77,32 +96,22 @@ void compile_string_table() {
     parse_optional_statements(attributes, nullptr);
     show_writing(u"STRINGTABLE", nullptr, &attributes);
     expect(TK_BEGIN);
-    std::vector<StringEntry> local;
+    StringTableState& st = string_tables;
+    uint32_t statement = uint32_t(st.statements.size());
+    st.statements.push_back(attributes);
     do {
         uint16_t id = uint16_t(parse_expr16(true));
         accept(TK_COMMA);
-        if (token.kind == TK_STRING) local.push_back(make_entry(id));
+        if (token.kind == TK_STRING) st.entries.push_back({keep_text(), statement, id});
         expect(TK_STRING);
     } while (!accept(TK_END));
-    for (StringEntry& e : local) {
-        e.attributes = attributes;
-        string_tables.entries.push_back(std::move(e));
-    }
 }
 
 uint32_t flush_string_tables() {
-    std::vector<StringEntry>& all = string_tables.entries;
-    std::unordered_map<uint64_t, std::vector<size_t>> groups = group_entries(all);
-    std::vector<bool> placed(all.size(), false);
-    for (size_t i = 0; i < all.size(); ++i) {
-        if (placed[i]) continue;
-        const StringEntry* slots[BLOCK_SLOTS] = {};
-        for (size_t j : groups[group_key(all[i])]) {
-            if (slots[all[j].index]) return fatal_code(MSG_DUPLICATE_STRING_ID);
-            slots[all[j].index] = &all[j];
-            placed[j] = true;
-        }
-        if (uint32_t e = write_block(all[i], slots)) return e;
+    std::vector<uint8_t> data;
+    for (const Block& b : gather_blocks()) {
+        if (b.duplicate) return fatal_code(MSG_DUPLICATE_STRING_ID);
+        if (uint32_t e = write_block(b, data)) return e;
     }
     return 0;
 }
@@ -112,7 +121,7 @@ void flush_string_tables_and_report() {
 }
 
 void string_tables_reset() {
-    string_tables.entries.clear();
+    string_tables = StringTableState{};
 }
 
 } // namespace tarn

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <memory>
 #include <vector>
 
 #include "resfile/writer.h"
@@ -11,14 +11,19 @@
 namespace tarn {
 
 struct StringEntry {
-    ResourceAttributes attributes; // of the statement that held the string
-    uint32_t block_id = 0;         // ((id & 0xFFFF) >> 4) + 1
-    uint32_t index = 0;            // id & 15
-    std::u16string text;           // length word, the units, a zero unit
+    const char16_t* text = nullptr; // in the pool: length word, the units, a zero unit
+    uint32_t statement = 0;         // the STRINGTABLE statement that held it
+    uint16_t id = 0;
 };
 
 struct StringTableState {
-    std::vector<StringEntry> entries; // every statement's, in script order
+    std::vector<ResourceAttributes> statements; // each statement's attributes
+    std::vector<StringEntry> entries;           // every statement's, in script order
+    // The texts, in chunks that never move: a compilation may hold tens of
+    // thousands of strings, and one allocation each costs more than the
+    // copying.
+    std::vector<std::unique_ptr<char16_t[]>> chunks;
+    size_t chunk_used = 0;
 };
 extern StringTableState string_tables;
 

@@ -235,10 +235,23 @@ void read_escape(LiteralText& out) {
         push_back(c);
 }
 
+// The units of a literal up to the next quote, backslash or zero, straight
+// from the block: the common case, without the unit-by-unit path.
+void take_plain_units(LiteralText& out) {
+    if (input.pushed_count) return;
+    size_t pos = input.pos;
+    for (; pos < input.end; ++pos) {
+        char16_t c = input.block[pos];
+        if (c == u'"' || c == u'\\' || c == 0) break;
+        out.put(c);
+    }
+    input.pos = pos;
+}
+
 // After the opening double quote. Narrow strings separated by blanks join.
 void read_string(int32_t kind) {
     LiteralText out;
-    for (char16_t c; (c = get_char()) != 0;) {
+    for (char16_t c; (take_plain_units(out), c = get_char()) != 0;) {
         if (c == u'\\') {
             read_escape(out);
             continue;
@@ -298,10 +311,26 @@ void read_line_marker() {
     script_location.in_script = (n < 3 || !ends_with_c_or_h(file, n)) ? 1 : 0;
 }
 
+constexpr std::array<int32_t, 128> make_punctuation_kinds() {
+    std::array<int32_t, 128> t{};
+    for (const Punctuation& p : punctuation) t[p.c] = p.kind;
+    return t;
+}
+constexpr std::array<int32_t, 128> punctuation_kinds = make_punctuation_kinds();
+
 int32_t punctuation_kind(char16_t c) {
-    for (const Punctuation& p : punctuation)
-        if (p.c == c) return p.kind;
-    return TK_OTHER;
+    return c < 128 ? punctuation_kinds[c] : TK_OTHER;
+}
+
+// Blanks straight from the block, without the unit-by-unit path: the
+// preprocessed text is mostly indentation and separators.
+void skip_blanks() {
+    if (input.pushed_count) return;
+    size_t pos = input.pos;
+    while (pos < input.end && (input.block[pos] == u' ' || input.block[pos] == u'\t' ||
+                               input.block[pos] == u'\r'))
+        ++pos;
+    input.pos = pos;
 }
 
 } // namespace
@@ -345,6 +374,7 @@ int32_t next_token() {
         case u' ':
         case u'\t':
         case u'\r':
+            skip_blanks();
             continue;
         case u'\n':
             script_location.script_line += 1;

@@ -208,9 +208,13 @@ size_t undecodable_length(iconv_t cd, const char* at, size_t left) {
     return lead && left >= 2 ? 2 : 1;
 }
 
-size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, Sink<char16_t>& s) {
-    for (size_t i = 0; i < n; ++i) s.put(c.to_unicode[bytes[i]]);
-    return s.result();
+// One unit per byte, so the room is known before converting.
+size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, char16_t* out,
+                          size_t room) {
+    if (!out) return n;
+    if (room < n) return 0;
+    for (size_t i = 0; i < n; ++i) out[i] = c.to_unicode[bytes[i]];
+    return n;
 }
 
 // Unit by unit, as Windows does: a surrogate pair becomes two defaults.
@@ -246,7 +250,7 @@ size_t plat_to_utf16(uint32_t code_page, const char* bytes, size_t n, char16_t* 
     }
     Codec* c = codec_for(code_page);
     if (!c) return 0;
-    if (c->page->single_byte) return decode_single_byte(*c, b, n, sink);
+    if (c->page->single_byte) return decode_single_byte(*c, b, n, out, room);
     iconv_t cd = c->decoder;
     auto bad_sequence = [cd](const char* at, size_t left) {
         return undecodable_length(cd, at, left);
