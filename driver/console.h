@@ -36,7 +36,7 @@ std::optional<std::u16string> library_message(uint32_t id);
 // it must only set flags). A second Ctrl-C ends the program as usual.
 void catch_interrupt(void (*on_interrupt)());
 
-// Readies the heap for one compilation before the library starts it.
+// Readies the heap for one compilation; called before the library loads.
 void prepare_heap();
 
 // Whether "/" starts an option as well as "-".

@@ -25,6 +25,8 @@ constexpr uint32_t POSIX_ANSI_CODE_PAGE = 1252;
 
 void (*interrupt_callback)() = nullptr;
 
+void* volatile heap_filler = nullptr; // see prepare_heap; volatile, or the block is optimised away
+
 extern "C" void on_sigint(int) {
     if (interrupt_callback) interrupt_callback();
 }
@@ -47,22 +49,29 @@ extern "C" void on_sigint(int) {
 // virtual machine): for a large script the faults cost more than the
 // compiling. So the heap is grown in one large step, kept, asked to back
 // itself with huge pages where the system allows it, and made to serve
-// large blocks as well. Only address space is taken; memory comes as it is
-// used.
+// large blocks as well. The next block handed out starts on a huge-page
+// boundary, so that even a small compilation's memory is in huge pages.
+// Only address space is taken; memory comes as it is used.
 void prepare_heap() {
 #if defined(__GLIBC__) && TARN_OWN_MALLOC
-    constexpr size_t HUGE_PAGE = size_t(2) << 20;
+    constexpr uintptr_t HUGE_PAGE = uintptr_t(2) << 20;
     constexpr size_t GROWTH = size_t(64) << 20;
+    constexpr size_t CHUNK_HEADER = 2 * sizeof(size_t);
     mallopt(M_MMAP_THRESHOLD, 32 << 20); // the largest the C library takes
     mallopt(M_TOP_PAD, GROWTH);
     mallopt(M_TRIM_THRESHOLD, 2 * GROWTH);
     void* probe = std::malloc(GROWTH / 4); // beyond the top: the heap grows
+    if (!probe) return;
     auto first = reinterpret_cast<uintptr_t>(probe);
     auto top = reinterpret_cast<uintptr_t>(sbrk(0));
     std::free(probe);
     uintptr_t from = (first + HUGE_PAGE - 1) & ~(HUGE_PAGE - 1);
     uintptr_t to = top & ~(HUGE_PAGE - 1);
-    if (probe && to > from) madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+    if (to <= from + HUGE_PAGE) return;
+    // Kept for the life of the process: it only holds the heap's start
+    // back to the boundary, and its pages are never touched.
+    if (from - first > 4 * CHUNK_HEADER) heap_filler = std::malloc(from - first - 2 * CHUNK_HEADER);
+    madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
 #endif
 }
 

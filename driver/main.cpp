@@ -29,6 +29,13 @@ extern "C" TARN_HOST_EXPORT const uint32_t tarn_host_file_version = 0x00080000;
 
 using namespace tarn_driver;
 
+#ifndef _WIN32
+// The heap is readied before any library starts up: ours allocates as it
+// loads (ELF runs the program's pre-initialisers first).
+[[gnu::section(".preinit_array"), gnu::used]] static void (*const ready_heap)(int, char**, char**) =
+    [](int, char**, char**) { prepare_heap(); };
+#endif
+
 namespace {
 
 constexpr int EXIT_OK = 0;
@@ -189,7 +196,6 @@ int main(int argc, char** argv) {
     case Action::dump:
         return dump(o);
     case Action::compile:
-        prepare_heap();
         return compile(o);
     }
     return EXIT_USAGE;
