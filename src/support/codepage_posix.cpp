@@ -13,6 +13,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <cstring>
 #include <iconv.h>
 #include <locale.h>
 #include <map>
@@ -84,6 +85,7 @@ struct Codec {
     // UNMAPPED) per high byte of the unit that occurs; page 0 is all
     // UNMAPPED and stands for every high byte that does not.
     uint8_t page_of_high[256] = {};
+    bool ascii_as_is = false; // bytes below 0x80 decode to themselves
     std::vector<std::array<uint16_t, 256>> pages;
     iconv_t decoder = NO_ICONV;     // multi-byte pages
     iconv_t encoder = NO_ICONV;
@@ -122,6 +124,8 @@ bool build_single_byte(Codec* c) {
             c->to_unicode[b] = decode_byte(cd, static_cast<unsigned char>(b));
         iconv_close(cd);
     }
+    c->ascii_as_is = true;
+    for (int b = 0; b < 0x80; ++b) c->ascii_as_is &= c->to_unicode[b] == b;
     std::array<uint16_t, 256> unmapped;
     unmapped.fill(UNMAPPED);
     c->pages.assign(1, unmapped);
@@ -208,12 +212,24 @@ size_t undecodable_length(iconv_t cd, const char* at, size_t left) {
     return lead && left >= 2 ? 2 : 1;
 }
 
-// One unit per byte, so the room is known before converting.
+// One unit per byte, so the room is known before converting. Runs of
+// ASCII, most of any script, are widened eight bytes at a time where the
+// page keeps ASCII as it is.
 size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, char16_t* out,
                           size_t room) {
     if (!out) return n;
     if (room < n) return 0;
-    for (size_t i = 0; i < n; ++i) out[i] = c.to_unicode[bytes[i]];
+    size_t i = 0;
+    for (; c.ascii_as_is && i + 8 <= n; i += 8) {
+        uint64_t eight;
+        std::memcpy(&eight, bytes + i, sizeof eight);
+        if (eight & 0x8080808080808080u) {
+            for (size_t k = 0; k < 8; ++k) out[i + k] = c.to_unicode[bytes[i + k]];
+        } else {
+            for (size_t k = 0; k < 8; ++k) out[i + k] = bytes[i + k];
+        }
+    }
+    for (; i < n; ++i) out[i] = c.to_unicode[bytes[i]];
     return n;
 }
 
