@@ -127,7 +127,8 @@ void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_
     size_t newlen = len - n + count;
     if (newlen > row->max) growRow(std::max<size_t>(newlen, 2 * row->max), row);
     PpToken* base = row->base;
-    std::memmove(base + at + count, base + at + n, (len - at - n) * sizeof(PpToken));
+    if (count != n) // one token for one, the usual macro, moves nothing
+        std::memmove(base + at + count, base + at + n, (len - at - n) * sizeof(PpToken));
     if (count) std::memcpy(base + at, src, count * sizeof(PpToken));
     row->last = base + newlen;
     // The white space in front of what was replaced goes to what replaces

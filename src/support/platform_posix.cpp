@@ -8,6 +8,7 @@
 
 #include "support/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <map>
+#include <memory>
 #include <vector>
 
 extern char** environ;
@@ -235,10 +238,47 @@ constexpr const char* WEEKDAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "S
 constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
+// Files opened for reading are read ahead: the preprocessor asks for 4 KiB
+// at a time, and a system call each costs more than copying. The bytes
+// read ahead count as not yet read: seeking accounts for them.
+struct ReadAhead {
+    std::unique_ptr<char[]> data;
+    uint32_t at = 0;  // the next unread byte
+    uint32_t end = 0; // past the last one
+};
+constexpr uint32_t READ_AHEAD_BYTES = 64 * 1024;
+std::map<int, ReadAhead> read_ahead; // by descriptor
+
+ReadAhead* read_ahead_of(FileHandle f) {
+    auto it = read_ahead.find(fd_of(f));
+    return it == read_ahead.end() ? nullptr : &it->second;
+}
+
+// Straight from the descriptor; false with the error in *e.
+bool read_fully(int fd, char* buffer, uint32_t n, uint32_t* total, uint32_t* e) {
+    while (*total < n) {
+        ssize_t r = read(fd, buffer + *total, n - *total);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) {
+            *e = error_from_errno(errno, ERR_READ_FAULT);
+            return false;
+        }
+        if (r == 0) break;
+        *total += static_cast<uint32_t>(r);
+    }
+    return true;
+}
+
 } // namespace
 
 uint32_t plat_open_read(const char16_t* path, FileHandle* out) {
-    return open_native(path, false, out);
+    uint32_t e = open_native(path, false, out);
+    if (!e) { // a descriptor number may come back after a close
+        ReadAhead& ra = read_ahead[fd_of(*out)];
+        if (!ra.data) ra.data.reset(new char[READ_AHEAD_BYTES]);
+        ra.at = ra.end = 0;
+    }
+    return e;
 }
 
 uint32_t plat_create(const char16_t* path, FileHandle* out) {
@@ -248,14 +288,30 @@ uint32_t plat_create(const char16_t* path, FileHandle* out) {
 uint32_t plat_read(FileHandle f, void* buffer, uint32_t n, uint32_t* got) {
     if (got) *got = 0;
     if (!f) return ERR_INVALID_HANDLE;
-    uint32_t total = 0;
-    while (total < n) {
-        ssize_t r = read(fd_of(f), static_cast<char*>(buffer) + total, n - total);
-        if (r < 0 && errno == EINTR) continue;
-        if (r < 0) return error_from_errno(errno, ERR_READ_FAULT);
-        if (r == 0) break;
-        total += static_cast<uint32_t>(r);
+    char* out = static_cast<char*>(buffer);
+    uint32_t total = 0, e = 0;
+    bool at_end = false;
+    if (ReadAhead* ra = read_ahead_of(f)) {
+        while (total < n) {
+            if (ra->at < ra->end) {
+                uint32_t take = std::min(n - total, ra->end - ra->at);
+                std::memcpy(out + total, ra->data.get() + ra->at, take);
+                ra->at += take;
+                total += take;
+                continue;
+            }
+            if (n - total >= READ_AHEAD_BYTES) break; // the rest is large enough to go straight
+            uint32_t filled = 0;
+            if (!read_fully(fd_of(f), ra->data.get(), READ_AHEAD_BYTES, &filled, &e)) return e;
+            ra->at = 0;
+            ra->end = filled;
+            if (filled == 0) {
+                at_end = true;
+                break;
+            }
+        }
     }
+    if (total < n && !at_end && !read_fully(fd_of(f), out, n, &total, &e)) return e;
     if (got) *got = total;
     return 0;
 }
@@ -280,6 +336,10 @@ uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* po
     int whence = SEEK_END;
     if (origin == SeekOrigin::begin) whence = SEEK_SET;
     if (origin == SeekOrigin::current) whence = SEEK_CUR;
+    if (ReadAhead* ra = read_ahead_of(f)) { // the descriptor stands past the unread bytes
+        if (whence == SEEK_CUR) offset -= static_cast<int64_t>(ra->end - ra->at);
+        ra->at = ra->end = 0;
+    }
     off_t at = lseek(fd_of(f), static_cast<off_t>(offset), whence);
     if (at < 0)
         return errno == EINVAL ? ERR_NEGATIVE_SEEK : error_from_errno(errno, ERR_GEN_FAILURE);
@@ -296,7 +356,9 @@ uint32_t plat_size(FileHandle f, uint32_t* size) {
 }
 
 void plat_close(FileHandle f) {
-    if (f) close(fd_of(f));
+    if (!f) return;
+    read_ahead.erase(fd_of(f));
+    close(fd_of(f));
 }
 
 uint32_t plat_delete(const char16_t* path) {

@@ -92,6 +92,39 @@ TEST_F(FileTest, ReadsAndWritesAreExact) {
     EXPECT_NE(file_seek(f, -10, SeekOrigin::begin), 0u);
 }
 
+// A file read in small pieces, with moves back and forth between them, as
+// the preprocessor and the resource statements read: every byte comes from
+// where the position says, whatever is buffered on the way.
+TEST_F(FileTest, PositionsHoldAcrossSmallAndLargeReads) {
+    std::string content(200000, '\0');
+    for (size_t i = 0; i < content.size(); ++i) content[i] = char(i * 7 + i / 251);
+    std::ofstream(dir_ / "big.bin", std::ios::binary) << content;
+    FileHandle f = nullptr;
+    ASSERT_EQ(file_open_read(script_path(u"big.bin").c_str(), &f), 0u);
+    ScopedFile closer(f);
+    std::string piece(100000, '\0');
+    uint32_t at = 0, got = 0;
+    auto expect_piece = [&](uint32_t from, uint32_t n) {
+        ASSERT_EQ(file_read_some(f, piece.data(), n, &got), 0u);
+        ASSERT_EQ(got, std::min<uint32_t>(n, uint32_t(content.size()) - from));
+        EXPECT_EQ(piece.substr(0, got), content.substr(from, got)) << from;
+    };
+    expect_piece(0, 4096);
+    ASSERT_EQ(file_seek(f, -10, SeekOrigin::current), 0u);
+    ASSERT_EQ(file_position(f, &at), 0u);
+    EXPECT_EQ(at, 4086u);
+    expect_piece(4086, 4096);
+    expect_piece(8182, 90000); // large: partly buffered, partly straight
+    ASSERT_EQ(file_position(f, &at), 0u);
+    EXPECT_EQ(at, 98182u);
+    ASSERT_EQ(file_seek(f, 5, SeekOrigin::begin), 0u);
+    expect_piece(5, 3);
+    ASSERT_EQ(file_seek(f, -4, SeekOrigin::end), 0u);
+    expect_piece(199996, 4096); // short at the end
+    expect_piece(200000, 16);   // nothing more
+    EXPECT_EQ(got, 0u);
+}
+
 TEST_F(FileTest, CreatedFileIsSharedWithNobody) {
     std::u16string name = script_path(u"out.res");
     FileHandle out = nullptr, in = nullptr, other = nullptr;
