@@ -172,9 +172,45 @@ uint32_t name_error(int e, const std::string& native) {
     return error_from_errno(e, ERR_GEN_FAILURE);
 }
 
+// A file being replaced, already locked: a new empty file takes its name,
+// with its permissions, rather than the old one being cut to empty, which
+// some file systems follow with a flush of the old contents at close. A
+// file with other names (hard links) is cut as before. Returns the
+// descriptor to write, or -1 with the error in *e (the old one is gone
+// then, as it would have been emptied). A name that is a symbolic link
+// keeps pointing where it did: that file is cut.
+int fresh_file_in_place_of(const std::string& native, int old_fd, const struct stat& st,
+                           uint32_t* e) {
+    struct stat named;
+    bool plain = st.st_size != 0 && st.st_nlink == 1 && S_ISREG(st.st_mode) &&
+                 lstat(native.c_str(), &named) == 0 && named.st_ino == st.st_ino &&
+                 named.st_dev == st.st_dev; // not reached through a symbolic link
+    if (!plain || unlink(native.c_str()) != 0) {
+        if (ftruncate(old_fd, 0) != 0) {
+            *e = error_from_errno(errno, ERR_WRITE_FAULT);
+            return -1;
+        }
+        return old_fd;
+    }
+    int fd;
+    do fd = open(native.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, st.st_mode & 07777);
+    while (fd < 0 && errno == EINTR);
+    if (fd < 0) {
+        *e = name_error(errno, native);
+        return -1;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        *e = ERR_SHARING_VIOLATION; // opened by another in the meantime
+        close(fd);
+        return -1;
+    }
+    fchmod(fd, st.st_mode & 07777); // as it was, whatever the umask
+    return fd;
+}
+
 // Windows' sharing rules, with a lock per open file: readers share, a
-// created file is shared with nobody. The file is cut to empty only once
-// the lock is held, so a refused create leaves it as it was.
+// created file is shared with nobody. The file is replaced only once the
+// lock is held, so a refused create leaves it as it was.
 uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
     *out = nullptr;
     std::string native = resolve_native(path);
@@ -186,15 +222,21 @@ uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
     if (fd < 0) return name_error(errno, native);
     uint32_t e = 0;
     struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode))
+    bool known = fstat(fd, &st) == 0;
+    if (known && S_ISDIR(st.st_mode))
         e = ERR_ACCESS_DENIED; // no folder as a file
     else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         e = ERR_SHARING_VIOLATION;
-    else if (create && ftruncate(fd, 0) != 0)
-        e = error_from_errno(errno, ERR_WRITE_FAULT);
     if (e) {
         close(fd);
         return e;
+    }
+    if (create) {
+        struct stat unknown {};
+        int written = fresh_file_in_place_of(native, fd, known ? st : unknown, &e);
+        if (written != fd) close(fd);
+        if (written < 0) return e;
+        fd = written;
     }
     *out = handle_of(fd);
     return 0;

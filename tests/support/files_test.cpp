@@ -125,6 +125,41 @@ TEST_F(FileTest, PositionsHoldAcrossSmallAndLargeReads) {
     EXPECT_EQ(got, 0u);
 }
 
+// Creating over a file leaves exactly the new contents, keeps the file's
+// permissions, and keeps the contents shared with any other name the file
+// has.
+TEST_F(FileTest, CreatingReplacesTheContents) {
+    auto create_with = [&](const std::u16string& name, const std::string& text) {
+        FileHandle f = nullptr;
+        ASSERT_EQ(file_create(script_path(name).c_str(), &f), 0u);
+        ScopedFile closer(f);
+        EXPECT_EQ(file_write(f, text.data(), uint32_t(text.size())), 0u);
+    };
+    std::ofstream(dir_ / "old.res", std::ios::binary) << std::string(5000, 'o');
+    create_with(u"old.res", "new");
+    EXPECT_EQ(read_all(u"old.res"), "new");
+    create_with(u"old.res", "");
+    EXPECT_EQ(read_all(u"old.res"), "");
+#ifndef _WIN32
+    std::ofstream(dir_ / "kept.res", std::ios::binary) << "old contents";
+    fs::permissions(dir_ / "kept.res", fs::perms::owner_read | fs::perms::owner_write |
+                                           fs::perms::group_read);
+    create_with(u"kept.res", "x");
+    EXPECT_EQ(read_all(u"kept.res"), "x");
+    EXPECT_EQ(fs::status(dir_ / "kept.res").permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    std::ofstream(dir_ / "linked.res", std::ios::binary) << "old contents";
+    fs::create_hard_link(dir_ / "linked.res", dir_ / "other-name.res");
+    create_with(u"linked.res", "y");
+    EXPECT_EQ(read_all(u"other-name.res"), "y");
+    std::ofstream(dir_ / "target.res", std::ios::binary) << "old contents";
+    fs::create_symlink(dir_ / "target.res", dir_ / "symbolic.res");
+    create_with(u"symbolic.res", "z");
+    EXPECT_TRUE(fs::is_symlink(dir_ / "symbolic.res"));
+    EXPECT_EQ(read_all(u"target.res"), "z");
+#endif
+}
+
 TEST_F(FileTest, CreatedFileIsSharedWithNobody) {
     std::u16string name = script_path(u"out.res");
     FileHandle out = nullptr, in = nullptr, other = nullptr;
