@@ -29,7 +29,6 @@ struct SourceScope {
 void cpp_reset() {
     close_all_sources();
     freeRow(&cpp.mainRow);
-    freeSpareRows();
     cpp.~CppState();
     new (&cpp) CppState();
     hideset_start();

@@ -92,26 +92,26 @@ void giveSpace(PpToken* tp) {
 }
 
 ScopedRow::ScopedRow(size_t capacity) {
-    if (cpp.spareRows.empty()) {
+    std::vector<TokenRow>& spares = cpp.spareRows.rows;
+    if (spares.empty()) {
         // Room for every row made, so that giving one back, which may
         // happen while a fatal error unwinds, never allocates.
-        cpp.spareRows.reserve(++cpp.scopedRowsMade);
+        spares.reserve(++cpp.spareRows.made);
         makeRow(capacity, &row);
         return;
     }
-    row = cpp.spareRows.back();
-    cpp.spareRows.pop_back();
+    row = spares.back();
+    spares.pop_back();
     if (row.max < capacity) growRow(capacity, &row);
     row.cur = row.last = row.base;
 }
 
 ScopedRow::~ScopedRow() {
-    cpp.spareRows.push_back(row);
+    cpp.spareRows.rows.push_back(row);
 }
 
-void freeSpareRows() {
-    for (TokenRow& r : cpp.spareRows) freeRow(&r);
-    cpp.spareRows.clear();
+SpareRows::~SpareRows() {
+    for (TokenRow& r : rows) freeRow(&r);
 }
 
 void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to) {

@@ -90,7 +90,6 @@ inline size_t rowlen(const TokenRow* r) {
     return static_cast<size_t>(r->last - r->base);
 }
 
-// A row freed on every path out of a scope.
 // A working row for the length of a scope. Rows come from and go back to
 // a list of spares, as every macro expansion needs one.
 struct ScopedRow {
@@ -100,7 +99,16 @@ struct ScopedRow {
     ScopedRow& operator=(const ScopedRow&) = delete;
     ~ScopedRow();
 };
-void freeSpareRows();
+
+// The rows that ScopedRow gives back, freed with the list.
+struct SpareRows {
+    std::vector<TokenRow> rows;
+    size_t made = 0; // rows made so far: the room kept in `rows`
+    SpareRows() = default;
+    SpareRows(const SpareRows&) = delete;
+    SpareRows& operator=(const SpareRows&) = delete;
+    ~SpareRows();
+};
 
 void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to); // dst made here
 // Replaces n tokens at index `at` by the tokens of src; `spaced`: white
@@ -277,8 +285,7 @@ struct CppState {
 
     // The run
     TokenRow mainRow{};
-    std::vector<TokenRow> spareRows; // of ScopedRow
-    size_t scopedRowsMade = 0;       // the room kept in spareRows
+    SpareRows spareRows;
     uint32_t pending = 0; // the line may hold a macro name
     std::string startTime;
 
