@@ -85,11 +85,20 @@ void hideset_start() {
     t.hashes.assign(1, hash_members(nullptr, 0));
     t.slots.assign(1024, -1);
     t.slots[find_slot(t, nullptr, 0, t.hashes[0])] = 0;
+    t.run += 1;
 }
 
 uint16_t new_hideset(uint16_t hs, const Symbol* sym) {
     HidesetTable& t = cpp.hidesets;
     if (hs >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
+    // A name from the source gets the set of its macro alone, the most
+    // common set by far; the symbol remembers it for the run.
+    if (hs == 0 && sym->alone_run == t.run) return sym->alone;
+    if (hs == 0) {
+        sym->alone = intern(t, &sym, 1);
+        sym->alone_run = t.run;
+        return sym->alone;
+    }
     const Symbol* set[HIDESET_MAX_MEMBERS + 1];
     size_t n = 0;
     bool placed = false;

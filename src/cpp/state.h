@@ -168,6 +168,10 @@ struct Symbol {
     uint8_t value = 0;
     uint8_t flags = 0;
     uint32_t hash = 0; // of the name; chooses the bucket, compared before the units
+    // The set of this symbol alone, once made in the run numbered alone_run:
+    // a cache, hence mutable.
+    mutable uint32_t alone_run = 0;
+    mutable uint16_t alone = 0;
 };
 
 constexpr size_t SYMBOL_BUCKETS = 512; // at first; doubled when the table fills
@@ -200,6 +204,7 @@ struct HidesetTable {
     std::vector<const Symbol*> members; // each set in address order, then null
     std::vector<uint64_t> hashes;       // of each set
     std::vector<int32_t> slots;         // open-addressed index of the sets
+    uint32_t run = 0;                   // counts the starts of the table
 };
 
 // ---- Directives, #include and #if (directives.cpp, include.cpp, ifexpr.cpp)

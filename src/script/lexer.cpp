@@ -172,9 +172,20 @@ void read_number(char16_t first) {
     set_number(value);
 }
 
+// ASCII name units straight from the block, without the unit-by-unit path;
+// the loop after it reads whatever ends the name as before.
+void take_name_units(size_t& n) {
+    if (input.pushed_count) return;
+    size_t pos = input.pos;
+    for (; pos < input.end && n < NAME_UNITS && has_class(input.block[pos], CH_NAME); ++pos)
+        token.text[n++] = input.block[pos];
+    input.pos = pos;
+}
+
 void read_name(char16_t first) {
     size_t n = 0;
     token.text[n++] = first;
+    take_name_units(n);
     char16_t c = 0;
     while (n < NAME_UNITS && is_name_char(c = get_char())) token.text[n++] = c;
     if (n < NAME_UNITS) push_back(c);
