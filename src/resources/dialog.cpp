@@ -218,7 +218,7 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
 uint32_t write_dialog(const ScriptToken& name, const ResourceAttributes& attributes,
                       const DialogOptions& d) {
     ResData data;
-    data.bytes.reserve(dialog_size(d) + 3);
+    data.reserve(dialog_size(d) + 3);
     put_dialog_header(data, d);
     for (const DialogControl& c : d.controls) put_control(data, c, d.extended);
     return write_resource(dialog_size(d), attributes, make_ordinal(RT_DIALOG), name_of(name), data);

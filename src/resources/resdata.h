@@ -3,7 +3,10 @@
 // a resource costs the output a handful of writes whatever its size.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,23 +18,27 @@
 namespace tarn {
 
 struct ResData {
-    std::vector<uint8_t> bytes;
-
-    uint32_t size() const { return uint32_t(bytes.size()); }
-    void u8(uint8_t v) { bytes.push_back(v); }
-    void u16(uint16_t v) {
-        u8(uint8_t(v));
-        u8(uint8_t(v >> 8));
+    uint32_t size() const { return uint32_t(used); }
+    const uint8_t* data() const { return buffer.get(); }
+    // Room for n bytes more without growing, for a layout of known size.
+    void reserve(size_t n) {
+        if (capacity - used < n) grow(n);
     }
+    void u8(uint8_t v) { *room(1) = v; }
+    void u16(uint16_t v) { put16(room(2), v); }
     void u32(uint32_t v) {
-        u16(uint16_t(v));
-        u16(uint16_t(v >> 16));
+        uint8_t* p = room(4);
+        put16(p, uint16_t(v));
+        put16(p + 2, uint16_t(v >> 16));
     }
-    void raw(const uint8_t* p, size_t n) { bytes.insert(bytes.end(), p, p + n); }
+    void raw(const uint8_t* p, size_t n) {
+        if (n) std::memcpy(room(n), p, n);
+    }
     // A zero-terminated UTF-16 string.
     void str(std::u16string_view s) {
-        for (char16_t c : s) u16(c);
-        u16(0);
+        uint8_t* p = room(2 * (s.size() + 1));
+        for (char16_t c : s) p = put16(p, c);
+        put16(p, 0);
     }
     void name(const NameOrOrdinal& n) {
         if (is_ordinal(n)) {
@@ -44,7 +51,33 @@ struct ResData {
     // Resource data start on a multiple of 4 of the file, so aligning the
     // data offset aligns the file position.
     void pad4() {
-        while (bytes.size() % 4) u8(0);
+        while (used % 4) u8(0);
+    }
+
+  private:
+    // Appended field by field, so a byte at a time through a vector costs
+    // more than the layout: the buffer is kept by hand.
+    std::unique_ptr<uint8_t[]> buffer;
+    size_t used = 0;
+    size_t capacity = 0;
+
+    static uint8_t* put16(uint8_t* p, uint16_t v) {
+        p[0] = uint8_t(v);
+        p[1] = uint8_t(v >> 8);
+        return p + 2;
+    }
+    uint8_t* room(size_t n) {
+        if (capacity - used < n) grow(n);
+        uint8_t* p = buffer.get() + used;
+        used += n;
+        return p;
+    }
+    void grow(size_t n) {
+        size_t wanted = std::max(used + n, 2 * capacity + 64);
+        std::unique_ptr<uint8_t[]> larger(new uint8_t[wanted]);
+        if (used) std::memcpy(larger.get(), buffer.get(), used);
+        buffer = std::move(larger);
+        capacity = wanted;
     }
 };
 
@@ -66,7 +99,7 @@ inline uint32_t write_resource(uint32_t data_size, const ResourceAttributes& att
                                const NameOrOrdinal& type, const NameOrOrdinal& name,
                                const ResData& data) {
     uint32_t e = write_resource_header(data_size, attributes, type, name);
-    if (!e && data.size()) e = write_bytes(data.bytes.data(), data.size());
+    if (!e && data.size()) e = write_bytes(data.data(), data.size());
     if (!e) e = pad_to_4(output_position());
     return e ? e | CODE_FATAL : 0;
 }
