@@ -4,6 +4,7 @@
 // 78 keywords, numbers, string literals and punctuation.
 #include "script/lexer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -25,11 +26,14 @@ constexpr int PUSHBACK_UNITS = 7;
 constexpr size_t NAME_UNITS = 256;
 constexpr size_t STRING_UNITS = TOKEN_TEXT_UNITS - 1; // 4095
 
-// Character input: the block buffer and the push-back stack.
+// Character input: the block buffer and the push-back stack. `ready` is
+// `end` while nothing is pushed back and 0 otherwise, so that the common
+// case of get_char is one comparison.
 struct LexerInput {
     char16_t block[BLOCK_UNITS];
     size_t pos = 0;
     size_t end = 0;
+    size_t ready = 0;
     char16_t pushed[PUSHBACK_UNITS];
     int pushed_count = 0;
     ScriptSource source = readPreprocessed;
@@ -87,19 +91,32 @@ bool has_class(char16_t c, uint8_t cls) {
     return c < 128 && (ascii_classes[c] & cls);
 }
 
-char16_t get_char() {
-    if (input.pushed_count) return input.pushed[--input.pushed_count];
+// A pushed-back unit, or the next block.
+[[gnu::noinline]] char16_t get_char_slowly() {
+    if (input.pushed_count) {
+        char16_t c = input.pushed[--input.pushed_count];
+        if (input.pushed_count == 0) input.ready = input.end;
+        return c;
+    }
     if (input.pos == input.end) {
         input.pos = 0;
-        input.end = input.source(input.block, BLOCK_UNITS);
+        input.end = input.ready = input.source(input.block, BLOCK_UNITS);
         if (input.end == 0) return 0;
     }
     return input.block[input.pos++];
 }
 
+char16_t get_char() {
+    if (input.pos < input.ready) return input.block[input.pos++];
+    return get_char_slowly();
+}
+
 // A push beyond the stack's depth is dropped, as the design has it.
 void push_back(char16_t c) {
-    if (input.pushed_count < PUSHBACK_UNITS) input.pushed[input.pushed_count++] = c;
+    if (input.pushed_count < PUSHBACK_UNITS) {
+        input.pushed[input.pushed_count++] = c;
+        input.ready = 0;
+    }
 }
 
 bool is_digit(char16_t c) {
@@ -126,20 +143,50 @@ char16_t fold(char16_t c) {
     return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
 }
 
-// Case-insensitive order of a name against a lower-case keyword.
-int compare_keyword(const char16_t* name, const char16_t* keyword) {
-    for (;; ++name, ++keyword) {
-        char16_t a = fold(*name), b = *keyword;
-        if (a != b) return a < b ? -1 : 1;
-        if (a == 0) return 0;
+constexpr size_t LONGEST_KEYWORD = [] {
+    size_t longest = 0;
+    for (const char16_t* k : keywords) longest = std::max(longest, std::u16string_view(k).size());
+    return longest;
+}();
+
+// The part of the sorted keywords that starts with each letter: the binary
+// search runs over that part only.
+struct KeywordRange {
+    uint8_t low = 0, high = 0;
+};
+constexpr std::array<KeywordRange, 26> keyword_ranges = [] {
+    std::array<KeywordRange, 26> r{};
+    for (size_t i = KEYWORD_COUNT; i-- > 0;) {
+        KeywordRange& letter = r[keywords[i][0] - u'a'];
+        if (letter.high == 0) letter.high = uint8_t(i + 1);
+        letter.low = uint8_t(i);
+    }
+    return r;
+}();
+
+int compare_folded(const char16_t* folded, const char16_t* keyword) {
+    for (;; ++folded, ++keyword) {
+        if (*folded != *keyword) return *folded < *keyword ? -1 : 1;
+        if (*folded == 0) return 0;
     }
 }
 
+// Case-insensitive: the name is folded to lower case once. A name longer
+// than every keyword is none.
 int32_t keyword_kind(const char16_t* name) {
-    size_t low = 0, high = KEYWORD_COUNT;
+    char16_t folded[LONGEST_KEYWORD + 1];
+    size_t n = 0;
+    for (; name[n]; ++n) {
+        if (n == LONGEST_KEYWORD) return TK_NAME;
+        folded[n] = fold(name[n]);
+    }
+    folded[n] = 0;
+    if (folded[0] < u'a' || folded[0] > u'z') return TK_NAME;
+    size_t low = keyword_ranges[folded[0] - u'a'].low;
+    size_t high = keyword_ranges[folded[0] - u'a'].high;
     while (low < high) {
         size_t mid = (low + high) / 2;
-        int c = compare_keyword(name, keywords[mid]);
+        int c = compare_folded(folded, keywords[mid]);
         if (c == 0) return TK_FIRST_KEYWORD + int32_t(mid);
         if (c < 0)
             high = mid;
@@ -355,14 +402,14 @@ uint32_t number_value(const ScriptToken& t) {
 void script_reset() {
     script_location = ScriptLocation{};
     token = ScriptToken{};
-    input.pos = input.end = 0;
+    input.pos = input.end = input.ready = 0;
     input.pushed_count = 0;
     input.source = readPreprocessed;
 }
 
 void script_set_source(ScriptSource source) {
     input.source = source ? source : readPreprocessed;
-    input.pos = input.end = 0;
+    input.pos = input.end = input.ready = 0;
     input.pushed_count = 0;
 }
 
