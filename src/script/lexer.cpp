@@ -111,8 +111,14 @@ char16_t get_char() {
     return get_char_slowly();
 }
 
-// A push beyond the stack's depth is dropped, as the design has it.
+// A push beyond the stack's depth is dropped, as the design has it. The
+// unit just taken from the block goes back by a step back instead, which
+// reads the same and keeps the next read on the quick path.
 void push_back(char16_t c) {
+    if (input.pushed_count == 0 && input.pos > 0 && input.block[input.pos - 1] == c) {
+        --input.pos;
+        return;
+    }
     if (input.pushed_count < PUSHBACK_UNITS) {
         input.pushed[input.pushed_count++] = c;
         input.ready = 0;
@@ -213,7 +219,14 @@ void read_number(char16_t first) {
         else if (c == u'x' || c == u'X')
             base = 16, c = get_char();
     }
-    for (int d; (d = hex_value(c)) >= 0; c = get_char()) value = value * base + uint32_t(d);
+    for (int d; (d = hex_value(c)) >= 0; c = get_char()) {
+        value = value * base + uint32_t(d);
+        // The digits that follow, straight from the block.
+        size_t pos = input.pos;
+        for (; pos < input.ready && (d = hex_value(input.block[pos])) >= 0; ++pos)
+            value = value * base + uint32_t(d);
+        input.pos = pos;
+    }
     token.is_long = (c == u'l' || c == u'L');
     if (!token.is_long && c != u'u' && c != u'U') push_back(c);
     set_number(value);
