@@ -282,16 +282,18 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     uint32_t result = 0;
     for (;;) {
         PpToken* tp = fresh_slot(row, cp);
-        int state = 0;
+        // The current state's row of the table, rather than its number:
+        // the inner loop then costs a load per unit.
+        const int16_t* state = table[0];
         for (;;) {
             char16_t c = *cp;
             if (c > 255) { // joins whatever is being built
                 ++cp;
                 continue;
             }
-            int e = table[state][c];
+            int e = state[c];
             if (e >= 0) {
-                state = e;
+                state = table[e];
                 ++cp;
                 continue;
             }
@@ -309,7 +311,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 }
                 e &= ~SPLICE_CHECK;
                 if (e < A_TAKE) {
-                    state = e;
+                    state = table[e];
                     ++cp;
                     continue;
                 }
@@ -335,20 +337,20 @@ uint32_t lexLine(TokenRow* row, bool reset) {
             case A_SPACE_DONE:
                 tp->wslen = static_cast<uint64_t>(cp - tp->text);
                 tp->text = cp;
-                state = 0;
+                state = table[0];
                 continue;
             case A_COMMENT_DONE:
                 ++cp;
                 tp->text = cp;
                 cp[-1] = u' ';
                 tp->wslen = 1;
-                state = 0;
+                state = table[0];
                 continue;
             case A_COMMENT_NL:
                 s->lineinc += 1;
                 ++cp;
                 cp = compact_comment(s, cp, tp->text);
-                state = 9;
+                state = table[9];
                 continue;
             case A_COMMENT_END:
                 s->cursor = cp;
@@ -363,7 +365,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 tp->text = cp; // closed at the end mark, which ends the row next
                 cp[-1] = u' ';
                 tp->wslen = 1;
-                state = 0;
+                state = table[0];
                 continue;
             case A_REFILL:
                 s->cursor = cp;
@@ -381,7 +383,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 // The newline keeps the white space before it, but none that
                 // would reach back into a line comment or a dropped constant;
                 // a carriage return right before it still counts.
-                if (state == 0)
+                if (state == table[0])
                     tp->wslen += static_cast<uint64_t>(cp - tp->text);
                 else
                     tp->wslen = cp[-1] == u'\r' ? 1 : 0;
