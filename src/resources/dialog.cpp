@@ -217,11 +217,12 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
 
 uint32_t write_dialog(const ScriptToken& name, const ResourceAttributes& attributes,
                       const DialogOptions& d) {
+    uint32_t size = dialog_size(d);
     ResData data;
-    data.reserve(dialog_size(d) + 3);
+    data.reserve(size + 3);
     put_dialog_header(data, d);
     for (const DialogControl& c : d.controls) put_control(data, c, d.extended);
-    return write_resource(dialog_size(d), attributes, make_ordinal(RT_DIALOG), name_of(name), data);
+    return write_resource(size, attributes, make_ordinal(RT_DIALOG), name_of(name), data);
 }
 
 void parse_font(DialogOptions& d) {

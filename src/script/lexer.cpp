@@ -125,6 +125,16 @@ void push_back(char16_t c) {
     }
 }
 
+// Units straight from the block for as long as `keep` takes them (it
+// stores what it takes and answers false to stop), without the unit-by-unit
+// path: the common case of blanks, names, digits and string text. Nothing
+// is taken while a unit is pushed back, as `ready` is 0 then.
+template <class Keep> void take_from_block(Keep keep) {
+    size_t pos = input.pos;
+    while (pos < input.ready && keep(input.block[pos])) ++pos;
+    input.pos = pos;
+}
+
 bool is_digit(char16_t c) {
     return has_class(c, CH_DIGIT);
 }
@@ -221,31 +231,27 @@ void read_number(char16_t first) {
     }
     for (int d; (d = hex_value(c)) >= 0; c = get_char()) {
         value = value * base + uint32_t(d);
-        // The digits that follow, straight from the block.
-        size_t pos = input.pos;
-        for (; pos < input.ready && (d = hex_value(input.block[pos])) >= 0; ++pos)
+        take_from_block([&](char16_t next) {
+            if ((d = hex_value(next)) < 0) return false;
             value = value * base + uint32_t(d);
-        input.pos = pos;
+            return true;
+        });
     }
     token.is_long = (c == u'l' || c == u'L');
     if (!token.is_long && c != u'u' && c != u'U') push_back(c);
     set_number(value);
 }
 
-// ASCII name units straight from the block, without the unit-by-unit path;
-// the loop after it reads whatever ends the name as before.
-void take_name_units(size_t& n) {
-    if (input.pushed_count) return;
-    size_t pos = input.pos;
-    for (; pos < input.end && n < NAME_UNITS && has_class(input.block[pos], CH_NAME); ++pos)
-        token.text[n++] = input.block[pos];
-    input.pos = pos;
-}
-
 void read_name(char16_t first) {
     size_t n = 0;
     token.text[n++] = first;
-    take_name_units(n);
+    // ASCII name units in bulk; the loop after it reads whatever ends the
+    // name as before.
+    take_from_block([&](char16_t c) {
+        if (n >= NAME_UNITS || !has_class(c, CH_NAME)) return false;
+        token.text[n++] = c;
+        return true;
+    });
     char16_t c = 0;
     while (n < NAME_UNITS && is_name_char(c = get_char())) token.text[n++] = c;
     if (n < NAME_UNITS) push_back(c);
@@ -306,20 +312,16 @@ void read_escape(LiteralText& out) {
         push_back(c);
 }
 
-// The units of a literal up to the next quote, backslash or zero, straight
-// from the block: the common case, without the unit-by-unit path.
+// After the opening double quote. Narrow strings separated by blanks join.
+// The units of a literal up to the next quote, backslash or zero, in bulk.
 void take_plain_units(LiteralText& out) {
-    if (input.pushed_count) return;
-    size_t pos = input.pos;
-    for (; pos < input.end; ++pos) {
-        char16_t c = input.block[pos];
-        if (c == u'"' || c == u'\\' || c == 0) break;
+    take_from_block([&](char16_t c) {
+        if (c == u'"' || c == u'\\' || c == 0) return false;
         out.put(c);
-    }
-    input.pos = pos;
+        return true;
+    });
 }
 
-// After the opening double quote. Narrow strings separated by blanks join.
 void read_string(int32_t kind) {
     LiteralText out;
     for (char16_t c; (take_plain_units(out), c = get_char()) != 0;) {
@@ -393,17 +395,6 @@ int32_t punctuation_kind(char16_t c) {
     return c < 128 ? punctuation_kinds[c] : TK_OTHER;
 }
 
-// Blanks straight from the block, without the unit-by-unit path: the
-// preprocessed text is mostly indentation and separators.
-void skip_blanks() {
-    if (input.pushed_count) return;
-    size_t pos = input.pos;
-    while (pos < input.end && (input.block[pos] == u' ' || input.block[pos] == u'\t' ||
-                               input.block[pos] == u'\r'))
-        ++pos;
-    input.pos = pos;
-}
-
 } // namespace
 
 uint32_t number_value(const ScriptToken& t) {
@@ -445,7 +436,7 @@ int32_t next_token() {
         case u' ':
         case u'\t':
         case u'\r':
-            skip_blanks();
+            take_from_block([](char16_t b) { return b == u' ' || b == u'\t' || b == u'\r'; });
             continue;
         case u'\n':
             script_location.script_line += 1;

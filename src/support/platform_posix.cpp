@@ -19,9 +19,9 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <map>
 #include <memory>
+#include <unistd.h>
 #include <vector>
 
 extern char** environ;
@@ -221,9 +221,9 @@ uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
     while (fd < 0 && errno == EINTR);
     if (fd < 0) return name_error(errno, native);
     uint32_t e = 0;
-    struct stat st;
-    bool known = fstat(fd, &st) == 0;
-    if (known && S_ISDIR(st.st_mode))
+    struct stat st {}; // left empty if unknown: such a file is cut in place
+    fstat(fd, &st);
+    if (S_ISDIR(st.st_mode))
         e = ERR_ACCESS_DENIED; // no folder as a file
     else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         e = ERR_SHARING_VIOLATION;
@@ -232,8 +232,7 @@ uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
         return e;
     }
     if (create) {
-        struct stat unknown {};
-        int written = fresh_file_in_place_of(native, fd, known ? st : unknown, &e);
+        int written = fresh_file_in_place_of(native, fd, st, &e);
         if (written != fd) close(fd);
         if (written < 0) return e;
         fd = written;
