@@ -113,11 +113,28 @@ void grow_table() {
         }
 }
 
+// Four units at a time; the last multiply carries every unit into the
+// high half, which is what is kept.
+uint32_t name_hash(const char16_t* name, size_t len) {
+    constexpr uint64_t K = 0x9E3779B97F4A7C15u;
+    uint64_t h = len * K;
+    size_t i = 0;
+    for (; i + 4 <= len; i += 4) {
+        uint64_t w;
+        std::memcpy(&w, name + i, sizeof w);
+        h = (h ^ w) * K;
+        h ^= h >> 29;
+    }
+    uint64_t tail = 0;
+    for (; i < len; ++i) tail = tail << 16 | name[i];
+    h = (h ^ tail) * K;
+    return static_cast<uint32_t>((h ^ (h >> 29)) * K >> 32);
+}
+
 } // namespace
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
-    uint32_t hash = 2166136261u;
-    for (size_t i = 0; i < len; ++i) hash = (hash ^ name[i]) * 16777619u;
+    uint32_t hash = name_hash(name, len);
     Symbol** bucket = &cpp.buckets[bucket_of(hash)];
     for (Symbol* s = *bucket; s; s = s->next)
         if (s->hash == hash && s->len == len &&

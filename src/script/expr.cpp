@@ -1,6 +1,5 @@
-// Constant expressions: a recursive descent over the current token, one
-// function per precedence level. "|" and "&" share the lowest level, so
-// 1 | 2 & 4 is (1 | 2) & 4.
+// Constant expressions over the current token, by precedence climbing.
+// "|" and "&" share the lowest level, so 1 | 2 & 4 is (1 | 2) & 4.
 #include "script/expr.h"
 
 #include <cstdint>
@@ -38,42 +37,68 @@ uint32_t divide(uint32_t left, uint32_t right) {
     return uint32_t(l / r);
 }
 
-uint32_t parse_multiplicative(bool required) {
-    uint32_t value = parse_unary(required);
-    for (;;) {
-        if (accept(TK_STAR))
-            value *= parse_unary(required);
-        else if (accept(TK_SLASH))
-            value = divide(value, parse_unary(required));
-        else
-            return value;
+// How tightly a binary operator binds; 0 for a token that is none.
+int binding(int32_t kind) {
+    switch (kind) {
+    case TK_STAR:
+    case TK_SLASH:
+        return 3;
+    case TK_PLUS:
+    case TK_MINUS:
+        return 2;
+    case TK_BAR:
+    case TK_AMPERSAND:
+        return 1;
+    default:
+        return 0;
     }
 }
 
-uint32_t parse_additive(bool required) {
-    uint32_t value = parse_multiplicative(required);
+// Operators binding at least `least`, left to right: one look at each
+// token after an operand, whatever the level.
+uint32_t parse_binary(int least, bool required) {
+    uint32_t value = parse_unary(required);
     for (;;) {
-        if (accept(TK_PLUS))
-            value += parse_multiplicative(required);
-        else if (accept(TK_MINUS))
-            value -= parse_multiplicative(required);
-        else
-            return value;
+        int32_t op = token.kind;
+        int level = binding(op);
+        if (level == 0 || level < least) return value;
+        next_token();
+        uint32_t right = parse_binary(level + 1, required);
+        switch (op) {
+        case TK_STAR:
+            value *= right;
+            break;
+        case TK_SLASH:
+            value = divide(value, right);
+            break;
+        case TK_PLUS:
+            value += right;
+            break;
+        case TK_MINUS:
+            value -= right;
+            break;
+        case TK_BAR:
+            value |= right;
+            break;
+        default:
+            value &= right;
+            break;
+        }
     }
 }
 
 uint32_t parse_unary(bool required) {
+    if (token.kind == TK_NUMBER) { // the usual operand, first
+        uint32_t value = number_value(token);
+        next_token();
+        return value;
+    }
     NestingLevel level;
     if (accept(TK_MINUS)) return 0u - parse_unary(required);
     if (accept(TK_TILDE)) return ~parse_unary(required);
     if (accept(TK_LPAREN)) {
         uint32_t value = parse_expr(required);
         expect(TK_RPAREN);
-        return value;
-    }
-    if (token.kind == TK_NUMBER) {
-        uint32_t value = number_value(token);
-        next_token();
         return value;
     }
     if (required) expect(TK_NUMBER);
@@ -97,15 +122,7 @@ uint32_t parse_style_term(uint32_t value) {
 } // namespace
 
 uint32_t parse_expr(bool required) {
-    uint32_t value = parse_additive(required);
-    for (;;) {
-        if (accept(TK_BAR))
-            value |= parse_additive(required);
-        else if (accept(TK_AMPERSAND))
-            value &= parse_additive(required);
-        else
-            return value;
-    }
+    return parse_binary(1, required);
 }
 
 int16_t parse_expr16(bool required) {

@@ -464,12 +464,6 @@ int32_t next_token() {
     }
 }
 
-bool accept(int32_t kind) {
-    if (token.kind != kind) return false;
-    next_token();
-    return true;
-}
-
 namespace {
 
 DiagnosticCode mismatch_code(int32_t expected) {

@@ -139,7 +139,12 @@ using ScriptSource = size_t (*)(char16_t* dest, size_t max);
 void script_set_source(ScriptSource source);
 
 int32_t next_token();
-bool accept(int32_t kind);
+// The current token, if of this kind, is taken and the next one read.
+inline bool accept(int32_t kind) {
+    if (token.kind != kind) return false;
+    next_token();
+    return true;
+}
 bool expect(int32_t kind);
 // The current token as "found: %1" shows it.
 std::u16string token_display();
