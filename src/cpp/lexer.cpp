@@ -248,6 +248,11 @@ void build_lexer_table() {
         row[BufferEndMark] = act(PP_END, A_REFILL);
         if (row[InputEndMark] >= 0) row[InputEndMark] = act(PP_END, A_END);
     }
+    // A next state is kept as the offset of its row, which spares the
+    // inner loop a multiplication.
+    for (auto& row : table)
+        for (int16_t& e : row)
+            if (e >= 0) e = static_cast<int16_t>(e * 256);
 }
 
 void makeRow(size_t capacity, TokenRow* row) {
@@ -278,6 +283,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
         start_line(s);
     }
     const auto& table = cpp.lexTable;
+    const int16_t* const rows = table[0];
     char16_t* cp = s->cursor;
     uint32_t result = 0;
     for (;;) {
@@ -293,7 +299,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
             }
             int e = state[c];
             if (e >= 0) {
-                state = table[e];
+                state = rows + e;
                 ++cp;
                 continue;
             }

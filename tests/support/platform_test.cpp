@@ -96,6 +96,19 @@ TEST(CodePages, EveryByteOfASingleBytePageRoundTrips) {
 #endif
 }
 
+// Runs of ASCII are widened in blocks: a high byte at any place in a block,
+// and a tail shorter than one, still decode one by one.
+TEST(CodePages, HighBytesAmongAsciiRunsDecodeInPlace) {
+    for (size_t at = 0; at < 40; ++at) {
+        std::string bytes;
+        for (size_t i = 0; i < 45; ++i) bytes += static_cast<char>('A' + i % 26);
+        bytes[at] = '\x80';
+        std::u16string want(bytes.begin(), bytes.end());
+        want[at] = u'\u20AC';
+        EXPECT_EQ(to16(1252, bytes), want) << "at " << at;
+    }
+}
+
 TEST(CodePages, UnmappableCharactersBecomeTheDefault) {
     EXPECT_EQ(from16(1252, u"a\u4E00b"), "a?b");
     EXPECT_EQ(from16(866, u"\u4E00"), "?");
