@@ -42,7 +42,7 @@ LexerInput input;
 
 // Sorted; the kind of entry i is TK_FIRST_KEYWORD + i.
 // clang-format off
-const char16_t* const keywords[] = {
+constexpr const char16_t* keywords[] = {
     u"accelerators", u"alt", u"anicursor", u"aniicon", u"ascii", u"auto3state",
     u"autocheckbox", u"autoradiobutton", u"begin", u"bitmap", u"block", u"caption",
     u"characteristics", u"checkbox", u"checked", u"class", u"combobox", u"control",
