@@ -90,14 +90,13 @@ struct Codec {
     uint8_t page_of_high[256] = {};
     bool ascii_as_is = false; // bytes below 0x80 decode to themselves
     std::vector<std::array<uint16_t, 256>> pages;
-    iconv_t decoder = NO_ICONV;     // multi-byte pages
+    iconv_t decoder = NO_ICONV; // multi-byte pages
     iconv_t encoder = NO_ICONV;
     ~Codec() {
         if (decoder != NO_ICONV) iconv_close(decoder);
         if (encoder != NO_ICONV) iconv_close(encoder);
     }
 };
-
 
 // One byte through iconv, with the descriptor's pending state flushed (some
 // pages hold a base letter back for a combining mark). Bytes the table lacks
@@ -216,8 +215,8 @@ size_t undecodable_length(iconv_t cd, const char* at, size_t left) {
 }
 
 // One unit per byte, so the room is known before converting. Runs of
-// ASCII, most of any script, are widened sixteen or eight bytes at a time where the
-// page keeps ASCII as it is.
+// ASCII, most of any script, are widened sixteen or eight bytes at a time
+// where the page keeps ASCII as it is.
 size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, char16_t* out,
                           size_t room) {
     if (!out) return n;
@@ -233,8 +232,7 @@ size_t decode_single_byte(const Codec& c, const unsigned char* bytes, size_t n, 
             continue;
         }
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(sixteen, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8),
-                         _mm_unpackhi_epi8(sixteen, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(sixteen, zero));
     }
 #endif
     for (; c.ascii_as_is && i + 8 <= n; i += 8) {

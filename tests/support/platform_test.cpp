@@ -80,8 +80,8 @@ TEST(CodePages, EveryByteOfASingleBytePageRoundTrips) {
     }
 #ifndef _WIN32
     std::u16string ours = to16(1252, all);
-    iconv_t cd = iconv_open(std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE",
-                            "CP1252");
+    iconv_t cd =
+        iconv_open(std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE", "CP1252");
     ASSERT_NE(cd, reinterpret_cast<iconv_t>(-1));
     for (int b = 0; b < 256; ++b) {
         char in = static_cast<char>(b), *in_p = &in;
