@@ -6,7 +6,7 @@
 
 #include <new>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resfile/writer.h"

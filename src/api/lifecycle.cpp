@@ -2,7 +2,7 @@
 // to that of a just-loaded library.
 #include "api/lifecycle.h"
 
-#include "api/state.h"
+#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resfile/writer.h"

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "support/platform.h"
 

@@ -5,7 +5,7 @@
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "support/paths.h"
 

@@ -11,7 +11,7 @@
 
 #include <cstring>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "support/files.h"
 #include "support/paths.h"

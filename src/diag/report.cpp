@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <span>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "cpp/tokens.h"
 #include "script/lexer.h"

@@ -8,14 +8,13 @@
 #include <cassert>
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "support/files.h"
 
 namespace tarn {
 
 namespace {
 
-constexpr uint16_t ORDINAL_MARK = 0xFFFF;
 constexpr uint32_t HEADER_FIXED_SIZE = 24; // DataSize, HeaderSize, the 16 attribute bytes
 constexpr uint32_t LEADING_ENTRY_SIZE = 32;
 constexpr size_t OUTPUT_BUFFER_SIZE = 65536;
@@ -40,19 +39,6 @@ uint32_t write_attributes(const ResourceAttributes& a) {
 }
 
 } // namespace
-
-NameOrOrdinal make_ordinal(uint16_t ordinal) {
-    return NameOrOrdinal{std::u16string{char16_t(ORDINAL_MARK), char16_t(ordinal)}};
-}
-
-NameOrOrdinal make_name(std::u16string_view name) {
-    return NameOrOrdinal{std::u16string(name)};
-}
-
-NameOrOrdinal copy_name(const NameOrOrdinal& name) {
-    if (is_ordinal(name)) return make_ordinal(ordinal_of(name));
-    return make_name(name.units);
-}
 
 uint32_t create_output(const char16_t* path) {
     if (!path) return 0;

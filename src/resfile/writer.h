@@ -9,30 +9,9 @@
 #include <string_view>
 
 #include "support/platform.h"
+#include "support/state.h"
 
 namespace tarn {
-
-// A resource type or name as 16-bit units, as on disk: 0xFFFF then the
-// ordinal, or the name (the zero terminator is implied; c_str() supplies it).
-struct NameOrOrdinal {
-    std::u16string units;
-};
-
-NameOrOrdinal make_ordinal(uint16_t ordinal);
-NameOrOrdinal make_name(std::u16string_view name);
-inline bool is_ordinal(const NameOrOrdinal& n) {
-    return !n.units.empty() && n.units[0] == 0xFFFF;
-}
-inline uint16_t ordinal_of(const NameOrOrdinal& n) { return n.units.size() > 1 ? n.units[1] : 0; }
-
-// The trailing fields of a ResourceHeader, in file order.
-struct ResourceAttributes {
-    uint32_t data_version = 0;
-    uint16_t memory_flags = 0;
-    uint16_t language = 0;
-    uint32_t version = 0;
-    uint32_t characteristics = 0;
-};
 
 constexpr uint32_t COPY_BUFFER_SIZE = 4096;
 
@@ -56,6 +35,5 @@ uint32_t header_size(const NameOrOrdinal& type, const NameOrOrdinal& name);
 uint32_t write_resource_header(uint32_t data_size, const ResourceAttributes& attributes,
                                const NameOrOrdinal& type, const NameOrOrdinal& name);
 uint32_t copy_file_rest(FileHandle input);
-NameOrOrdinal copy_name(const NameOrOrdinal& name);
 
 } // namespace tarn

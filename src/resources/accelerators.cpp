@@ -2,7 +2,7 @@
 // written at once as one resource of 8-byte entries.
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"

@@ -3,7 +3,7 @@
 // as NameOrOrdinals, and the verbose "Writing ..." line.
 #include "resources/common.h"
 
-#include "api/state.h"
+#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resources/rc_main.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "support/files.h"

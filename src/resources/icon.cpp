@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resfile/writer.h"

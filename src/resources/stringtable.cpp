@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/stringtable.h"

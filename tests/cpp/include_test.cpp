@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "api/state.h"
+#include "support/state.h"
 #include <tarn/tarn.h>
 
 using namespace tarn_test;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "api/state.h"
+#include "support/state.h"
 #include "cpp/tokens.h"
 #include "diag/report.h"
 #include "script/lexer.h"

@@ -3,7 +3,7 @@
 // (truncated, bit-flipped, with huge sizes) makes the parser read outside.
 #include "harness/harness.h"
 
-#include "api/state.h"
+#include "support/state.h"
 #include "dump.h"
 #include "resfile/writer.h"
 

@@ -3,7 +3,7 @@
 // collected without an output.
 #include "harness/harness.h"
 
-#include "api/state.h"
+#include "support/state.h"
 #include "resfile/writer.h"
 #include "support/files.h"
 

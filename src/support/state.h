@@ -1,6 +1,7 @@
-// CompileState: the process-wide state of the library. Nothing here is reset
-// between compilations; library_attach (lifecycle.h) sets it to the state of
-// a just-loaded library.
+// CompileState: the process-wide state of the library, and the resource
+// names and attributes it holds. It sits below every subsystem, which all
+// read it; nothing here is reset between compilations, and library_attach
+// (api/lifecycle.h) sets it to the state of a just-loaded library.
 #pragma once
 
 #include <atomic>
@@ -8,11 +9,35 @@
 #include <string>
 #include <vector>
 
-#include "resfile/writer.h"
 #include "support/platform.h"
 #include <tarn/tarn.h>
 
 namespace tarn {
+
+// A resource type or name as 16-bit units, as on disk: 0xFFFF then the
+// ordinal, or the name (the zero terminator is implied; c_str() supplies it).
+constexpr uint16_t ORDINAL_MARK = 0xFFFF;
+
+struct NameOrOrdinal {
+    std::u16string units;
+};
+
+NameOrOrdinal make_ordinal(uint16_t ordinal);
+NameOrOrdinal make_name(std::u16string_view name);
+inline bool is_ordinal(const NameOrOrdinal& n) {
+    return !n.units.empty() && n.units[0] == ORDINAL_MARK;
+}
+inline uint16_t ordinal_of(const NameOrOrdinal& n) { return n.units.size() > 1 ? n.units[1] : 0; }
+NameOrOrdinal copy_name(const NameOrOrdinal& name);
+
+// The trailing fields of a ResourceHeader, in file order.
+struct ResourceAttributes {
+    uint32_t data_version = 0;
+    uint16_t memory_flags = 0;
+    uint16_t language = 0;
+    uint32_t version = 0;
+    uint32_t characteristics = 0;
+};
 
 struct FileInfoRecord {
     NameOrOrdinal type;

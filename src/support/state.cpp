@@ -1,9 +1,22 @@
 // CompileState and the dependency records.
-#include "api/state.h"
+#include "support/state.h"
 
 namespace tarn {
 
 CompileState compile_state;
+
+NameOrOrdinal make_ordinal(uint16_t ordinal) {
+    return NameOrOrdinal{std::u16string{char16_t(ORDINAL_MARK), char16_t(ordinal)}};
+}
+
+NameOrOrdinal make_name(std::u16string_view name) {
+    return NameOrOrdinal{std::u16string(name)};
+}
+
+NameOrOrdinal copy_name(const NameOrOrdinal& name) {
+    if (is_ordinal(name)) return make_ordinal(ordinal_of(name));
+    return make_name(name.units);
+}
 
 void record_file_info(const NameOrOrdinal& type, const NameOrOrdinal& name,
                       const std::u16string& path) {
