@@ -132,6 +132,7 @@ bool configure(const Options& o) {
     }
     if (o.language_given) set_language(o.language);
     if (o.null_append) set_null_append_for_strings();
+    if (o.extended) set_extended_mode();
     if (o.no_standard_includes) delete_standard_include_paths();
     for (const std::u16string& path : o.include_paths) add_include_path_w(path.c_str());
     for (const SymbolAction& s : o.symbols) {

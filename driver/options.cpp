@@ -61,6 +61,7 @@ const struct {
     {u"help", [](Options& o, std::u16string_view) { o.action = Action::help; }},
     {u"version", [](Options& o, std::u16string_view) { o.action = Action::version; }},
     {u"dump", [](Options& o, std::u16string_view) { o.action = Action::dump; }},
+    {u"extended", [](Options& o, std::u16string_view) { o.extended = true; }},
     {u"dump-hex",
      [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
 };

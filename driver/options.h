@@ -32,6 +32,7 @@ struct Options {
     bool verbose = false;              // -V
     bool no_standard_includes = false; // -X
     bool dump_hex = false;             // --dump-hex
+    bool extended = false;             // --extended: the modern dialect
 
     // For Action::usage_error, what to report (none: print the usage).
     enum class Problem {

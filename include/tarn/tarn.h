@@ -61,6 +61,13 @@ TARN_API int32_t enum_file_info_w(tarn_file_info_callback callback, uint64_t con
 TARN_API int32_t enum_include_info_w(tarn_include_info_callback callback, uint64_t context);
 TARN_API void set_abort_flag(void);
 
+/* Beyond the classic interface: the modern dialect (wide string literals
+ * everywhere, inline data for user-defined types, #pragma code_page, TOOLBAR,
+ * lifted length and count limits, and the rest listed in the README's
+ * "Compatibility" section). Call it before compiling; a host that never calls
+ * it gets the classic behaviour byte for byte. */
+TARN_API void set_extended_mode(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -130,4 +130,6 @@ TARN_API int32_t enum_include_info_w(tarn_include_info_callback callback, uint64
 
 TARN_API void set_abort_flag(void) { compile_state.abort_requested.store(1); }
 
+TARN_API void set_extended_mode(void) { compile_state.extended = true; }
+
 } // extern "C"

@@ -21,6 +21,7 @@ void compile_state_reset(void* module_handle) {
     s.collect_dependencies = 0;
     s.info_callback = nullptr;
     s.null_append = 0;
+    s.extended = false;
     s.abort_requested.store(0);
     s.error_count = 0;
     s.default_attributes = ResourceAttributes{};

@@ -59,6 +59,7 @@ struct CompileState {
     uint32_t collect_dependencies = 0;
     tarn_info_callback info_callback = nullptr;
     int32_t null_append = 0;
+    bool extended = false; // the modern dialect, set_extended_mode
     std::atomic<int32_t> abort_requested{0};
     int32_t error_count = 0;
     ResourceAttributes default_attributes;
