@@ -10,6 +10,12 @@ namespace tarn_driver {
 
 enum class Action { compile, help, version, dump, usage_error };
 
+// What the output holds: chosen by --format, else by the output's extension
+// (".o" and ".obj" take an object, anything else a .res).
+enum class OutputFormat { by_extension, res, coff };
+// The object's machine (--machine; windres' --target).
+enum class Machine { x64, x86, arm64 };
+
 // -D and -U act in command-line order on one symbol table.
 struct SymbolAction {
     bool define = true;
@@ -33,6 +39,11 @@ struct Options {
     bool no_standard_includes = false; // -X
     bool dump_hex = false;             // --dump-hex
     bool extended = false;             // --extended: the modern dialect
+    OutputFormat format = OutputFormat::by_extension; // --format=res|coff
+    Machine machine = Machine::x64;                   // --machine=x64|x86|arm64
+    bool input_is_res = false; // the input is a compiled .res to convert, not a script
+    std::u16string depfile;    // --depfile: a make rule of every file read, on success
+    std::vector<std::u16string> depfile_targets; // its targets; empty: the output
 
     // For Action::usage_error, what to report (none: print the usage).
     enum class Problem {
