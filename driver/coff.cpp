@@ -28,7 +28,7 @@ constexpr uint32_t RELOCATIONS_OVERFLOW = 0x01000000;
 constexpr uint32_t MOST_RELOCATIONS = 0xFFFE;
 constexpr uint8_t CLASS_STATIC = 3;
 constexpr uint16_t SECTION_ABSOLUTE = 0xFFFF;
-constexpr uint32_t MOST_NAME_UNITS = 0xFFFF; // a directory string's length is 16-bit
+constexpr uint32_t MOST_NAME_UNITS = 0xFFFF;        // a directory string's length is 16-bit
 constexpr uint64_t MOST_SECTION_BYTES = 0x7FFFFFFF; // offsets share a word with a flag bit
 
 const struct {
@@ -90,8 +90,7 @@ struct TypeNode {
 std::string describe(const ResEntry& e) {
     char language[8];
     std::snprintf(language, sizeof language, "0x%04X", e.language);
-    return cat({"type ", type_text(e.type), ", name ", name_text(e.name), ", language ",
-                language});
+    return cat({"type ", type_text(e.type), ", name ", name_text(e.name), ", language ", language});
 }
 
 bool build_tree(const std::vector<ResEntry>& entries, std::vector<TypeNode>* types,
@@ -148,7 +147,8 @@ bool build_section(const std::vector<TypeNode>& types, std::span<const uint8_t> 
             count_name(*n.name);
             tables += table_size(n.languages.size());
             leaves += n.languages.size();
-            for (const Leaf& l : n.languages) data_bytes += (uint64_t(l.entry->data_size) + 7) / 8 * 8;
+            for (const Leaf& l : n.languages)
+                data_bytes += (uint64_t(l.entry->data_size) + 7) / 8 * 8;
         }
     }
     uint64_t strings = tables;

@@ -121,7 +121,8 @@ bool finish_output(const fs::path& target, TemporaryFile* file, std::ofstream* o
     }
     std::error_code ec;
     fs::file_status old = fs::status(target, ec);
-    if (!ec && fs::is_regular_file(old)) fs::permissions(fs::path(file->name), old.permissions(), ec);
+    if (!ec && fs::is_regular_file(old))
+        fs::permissions(fs::path(file->name), old.permissions(), ec);
     fs::rename(fs::path(file->name), target, ec);
     if (ec) {
         *why = cat({"cannot replace the file: ", ec.message()});
