@@ -3,6 +3,7 @@
 // attached ("-Ipath") or the next argument ("-I path").
 #include "options.h"
 
+#include <filesystem>
 #include <string_view>
 
 namespace tarn_driver {
@@ -43,6 +44,7 @@ const OptionSpec OPTIONS[] = {
     {u"I", true, [](Options& o, std::u16string_view v) { o.include_paths.emplace_back(v); }},
     {u"L", true, set_language},
     {u"M", false, [](Options& o, std::u16string_view) { o.make_rule = true; }},
+    {u"NOLOGO", false, [](Options&, std::u16string_view) {}}, // there is no logo to keep quiet
     {u"N", false, [](Options& o, std::u16string_view) { o.null_append = true; }},
     {u"R", false, [](Options&, std::u16string_view) {}}, // a .res is what we always make
     {u"U", true,
@@ -53,10 +55,12 @@ const OptionSpec OPTIONS[] = {
     {u"X", false, [](Options& o, std::u16string_view) { o.no_standard_includes = true; }},
 };
 
-// The long options, which start with "--" everywhere.
+// The long options, which start with "--" everywhere; a value is given as
+// "--name=value" or as the next argument.
 const struct {
     std::u16string_view name;
     Apply apply;
+    bool takes_value = false;
 } LONG_OPTIONS[] = {
     {u"help", [](Options& o, std::u16string_view) { o.action = Action::help; }},
     {u"version", [](Options& o, std::u16string_view) { o.action = Action::version; }},
@@ -64,6 +68,7 @@ const struct {
     {u"extended", [](Options& o, std::u16string_view) { o.extended = true; }},
     {u"dump-hex",
      [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
+    {u"depfile", [](Options& o, std::u16string_view v) { o.depfile = v; }, true},
 };
 
 char16_t upper(char16_t c) {
@@ -95,8 +100,15 @@ bool take_option(Options& o, std::u16string_view body, const std::vector<std::u1
                  size_t* i) {
     if (body == u"?") return o.action = Action::help, false;
     if (body.starts_with(u"-")) {
-        for (const auto& l : LONG_OPTIONS)
-            if (body.substr(1) == l.name) return l.apply(o, {}), true;
+        std::u16string_view name = body.substr(1, body.find(u'=') - 1);
+        bool attached = name.size() + 1 < body.size();
+        for (const auto& l : LONG_OPTIONS) {
+            if (name != l.name || attached != (attached && l.takes_value)) continue;
+            if (!l.takes_value) return l.apply(o, {}), true;
+            if (attached) return l.apply(o, body.substr(name.size() + 2)), true;
+            if (*i + 1 >= args.size()) break; // the value is missing
+            return l.apply(o, args[++*i]), true;
+        }
         return unknown(o, body), false;
     }
     for (const OptionSpec& option : OPTIONS) {
@@ -190,6 +202,19 @@ bool parse_code_page(std::u16string_view text, uint32_t* code_page) {
     return ok;
 }
 
+// Without `slash_options`, "/" still starts one of our options where build
+// tools pass rc-style options ("/fo obj", "/nologo"), unless a file or
+// folder of that name exists.
+static bool slash_option_here(std::u16string_view arg, const std::vector<std::u16string>& args,
+                              size_t i) {
+    std::error_code ec;
+    if (arg.size() < 2 || arg[0] != u'/' || std::filesystem::exists(std::filesystem::path(arg), ec))
+        return false;
+    Options probe;
+    size_t at = i;
+    return take_option(probe, arg.substr(1), args, &at) && probe.action == Action::compile;
+}
+
 Options parse_options(const std::vector<std::u16string>& args, bool slash_options) {
     Options o;
     if (args.empty()) {
@@ -199,6 +224,7 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
     for (size_t i = 0; i < args.size(); ++i) {
         const std::u16string& a = args[i];
         bool option = a.size() > 1 && (a[0] == u'-' || (slash_options && a[0] == u'/'));
+        if (!option && !slash_options) option = slash_option_here(a, args, i);
         bool go_on =
             option ? take_option(o, std::u16string_view(a).substr(1), args, &i) : set_input(o, a);
         if (!go_on) return o;
