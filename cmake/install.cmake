@@ -50,6 +50,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarnConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/tarnConfigVersion.cmake
   DESTINATION ${config_dir})
 
+# The prefix is found from the file's own place, so that the tree can be
+# installed with --prefix or DESTDIR and moved.
+file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tarn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tarn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
