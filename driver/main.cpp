@@ -15,6 +15,7 @@
 #include "makerule.h"
 #include "messages.h"
 #include "options.h"
+#include "output.h"
 #include "utf.h"
 #include "windres.h"
 
@@ -193,7 +194,7 @@ int compile(const Options& o) {
     else if (o.make_rule)
         ok = compile_script_w(o.input.c_str(), nullptr); // rule only, no .res
     else
-        ok = compile_script_w(o.input.c_str(), o.output.c_str());
+        ok = write_output(o);
     if (!ok) {
         if (abort_requested.load()) print(Stream::err, message(MSG_ABORTED, {o.input}));
         return EXIT_FAILED;

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "coff.h"
+
 namespace tarn_driver {
 
 namespace {
@@ -55,8 +57,28 @@ const OptionSpec OPTIONS[] = {
     {u"X", false, [](Options& o, std::u16string_view) { o.no_standard_includes = true; }},
 };
 
-// The long options, which start with "--" everywhere; a value is given as
-// "--name=value" or as the next argument.
+void unknown(Options& o, std::u16string_view body);
+
+// A long option's value that is none of its choices: shown as "-name=value".
+void bad_choice(Options& o, std::u16string_view name, std::u16string_view value) {
+    unknown(o, std::u16string(u"-") + std::u16string(name) + u"=" + std::u16string(value));
+}
+
+void set_format(Options& o, std::u16string_view v) {
+    if (v == u"res")
+        o.format = OutputFormat::res;
+    else if (v == u"coff")
+        o.format = OutputFormat::coff;
+    else
+        bad_choice(o, u"format", v);
+}
+
+void set_machine(Options& o, std::u16string_view v) {
+    if (!parse_machine(v, &o.machine)) bad_choice(o, u"machine", v);
+}
+
+// The long options, which start with "--" everywhere; a value is attached
+// ("--name=value") or the next argument.
 const struct {
     std::u16string_view name;
     Apply apply;
@@ -68,6 +90,8 @@ const struct {
     {u"extended", [](Options& o, std::u16string_view) { o.extended = true; }},
     {u"dump-hex",
      [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
+    {u"format", set_format, true},
+    {u"machine", set_machine, true},
     {u"depfile", [](Options& o, std::u16string_view v) { o.depfile = v; }, true},
 };
 
@@ -100,14 +124,18 @@ bool take_option(Options& o, std::u16string_view body, const std::vector<std::u1
                  size_t* i) {
     if (body == u"?") return o.action = Action::help, false;
     if (body.starts_with(u"-")) {
-        std::u16string_view name = body.substr(1, body.find(u'=') - 1);
-        bool attached = name.size() + 1 < body.size();
+        std::u16string_view name = body.substr(1), value;
+        size_t equals = name.find(u'=');
+        bool attached = equals != std::u16string_view::npos;
+        if (attached) value = name.substr(equals + 1), name = name.substr(0, equals);
         for (const auto& l : LONG_OPTIONS) {
-            if (name != l.name || attached != (attached && l.takes_value)) continue;
-            if (!l.takes_value) return l.apply(o, {}), true;
-            if (attached) return l.apply(o, body.substr(name.size() + 2)), true;
-            if (*i + 1 >= args.size()) break; // the value is missing
-            return l.apply(o, args[++*i]), true;
+            if (name != l.name) continue;
+            if (l.takes_value != attached) {
+                if (!l.takes_value || *i + 1 >= args.size()) break;
+                value = args[++*i];
+            }
+            l.apply(o, value);
+            return o.action != Action::usage_error;
         }
         return unknown(o, body), false;
     }
@@ -136,7 +164,8 @@ bool set_input(Options& o, std::u16string_view arg) {
     return true;
 }
 
-void finish(Options& o) {
+// `windows`: the platform's object extension is ".obj" rather than ".o".
+void finish(Options& o, bool windows) {
     if (o.action != Action::compile && o.action != Action::dump) return;
     if (o.input.empty()) {
         o.action = Action::usage_error;
@@ -144,6 +173,8 @@ void finish(Options& o) {
     }
     if (o.action == Action::dump) return;
     if (!has_extension(o.input)) o.input += u".rc";
+    if (o.output.empty() && o.format == OutputFormat::coff)
+        o.output = with_extension(o.input, windows ? u".obj" : u".o");
     if (o.output.empty()) o.output = with_extension(o.input, u".res");
 }
 
@@ -229,7 +260,7 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
             option ? take_option(o, std::u16string_view(a).substr(1), args, &i) : set_input(o, a);
         if (!go_on) return o;
     }
-    finish(o);
+    finish(o, slash_options);
     return o;
 }
 

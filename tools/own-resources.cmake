@@ -1,18 +1,16 @@
 # tarn compiles its own resources.
 #
-# A native build makes two helper tools: tarn-msgtable (the message
-# catalogue as MESSAGETABLE data) and tarn-res2coff (a .res file as a COFF
-# object for the linker). The Windows build makes a native build of tarn and
-# the tools in native-tools/, compiles tools/resources/*.rc.in with that
-# tarn, and links the results into tarn64.dll (version and message tables)
-# and tarn.exe (version). Included at the end of the top-level list, after
-# the targets it adds to.
+# A native build makes a helper tool, tarn-msgtable (the message catalogue
+# as MESSAGETABLE data). The Windows build makes a native build of tarn and
+# the tool in native-tools/, compiles tools/resources/*.rc.in with that tarn
+# straight into COFF objects, and links them into tarn64.dll (version and
+# message tables) and tarn.exe (version). Included at the end of the
+# top-level list, after the targets it adds to.
 
 if(NOT CMAKE_CROSSCOMPILING)
   add_executable(tarn-msgtable ${PROJECT_SOURCE_DIR}/tools/msgtable.cpp
                                ${PROJECT_SOURCE_DIR}/src/diag/catalogue.cpp)
   target_include_directories(tarn-msgtable PRIVATE ${PROJECT_SOURCE_DIR}/src)
-  add_executable(tarn-res2coff ${PROJECT_SOURCE_DIR}/tools/res2coff.cpp)
 endif()
 
 if(WIN32)
@@ -37,7 +35,14 @@ if(CMAKE_HOST_WIN32)
 endif()
 set(native_tarn ${native_dir}/tarn${exe})
 set(msgtable ${native_dir}/tarn-msgtable${exe})
-set(res2coff ${native_dir}/tarn-res2coff${exe})
+# The objects' machine is the target's.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|X86)$")
+  set(machine x86)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64|ARM64)$")
+  set(machine arm64)
+else()
+  set(machine x64)
+endif()
 
 # The native build sees no toolchain file, so it builds for the host; a
 # given native build is brought up to date the same way.
@@ -52,10 +57,10 @@ ExternalProject_Add(native_tools
   CMAKE_GENERATOR ${CMAKE_GENERATOR}
   CMAKE_ARGS -DCMAKE_BUILD_TYPE=Release -DTARN_TESTS=OFF -DTARN_OWN_RESOURCES=OFF
   ${native_configure}
-  BUILD_COMMAND ${CMAKE_COMMAND} --build ${native_dir} --target tarn tarn-msgtable tarn-res2coff
+  BUILD_COMMAND ${CMAKE_COMMAND} --build ${native_dir} --target tarn tarn-msgtable
   INSTALL_COMMAND ""
   BUILD_ALWAYS ON
-  BUILD_BYPRODUCTS ${native_tarn} ${msgtable} ${res2coff})
+  BUILD_BYPRODUCTS ${native_tarn} ${msgtable})
 
 set(gen ${CMAKE_BINARY_DIR}/own-resources)
 file(MAKE_DIRECTORY ${gen})
@@ -71,14 +76,12 @@ endforeach()
 
 # The script's resources as an object linked into `target`.
 function(tarn_own_resources target script)
-  add_custom_command(OUTPUT ${gen}/${script}.res
-    COMMAND ${native_tarn} -Fo${gen}/${script}.res ${gen}/${script}.rc
+  add_custom_command(OUTPUT ${gen}/${script}_res.obj
+    COMMAND ${native_tarn} --format=coff --machine=${machine} -Fo${gen}/${script}_res.obj
+            ${gen}/${script}.rc
     DEPENDS ${gen}/${script}.rc ${native_tarn} native_tools ${ARGN}
     WORKING_DIRECTORY ${gen}
     COMMENT "Compiling ${script}.rc with the native tarn")
-  add_custom_command(OUTPUT ${gen}/${script}_res.obj
-    COMMAND ${res2coff} ${gen}/${script}.res ${gen}/${script}_res.obj
-    DEPENDS ${gen}/${script}.res ${res2coff})
   target_sources(${target} PRIVATE ${gen}/${script}_res.obj)
 endfunction()
 
