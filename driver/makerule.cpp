@@ -28,6 +28,11 @@ std::vector<std::u16string_view> unique_dependencies(std::u16string_view input,
     return out;
 }
 
+// "C:\" and "C:/" at the start name a drive; any other colon is make's.
+bool is_drive_colon(std::u16string_view path, size_t i) {
+    return i == 1 && is_letter(path[0]) && path.size() > 2 && (path[2] == u'\\' || path[2] == u'/');
+}
+
 } // namespace
 
 std::u16string make_escape(std::u16string_view path) {
@@ -44,7 +49,7 @@ std::u16string make_escape(std::u16string_view path) {
             out += u"\\#";
         else if (c == u'$')
             out += u"$$";
-        else if (c == u':' && !(i == 1 && is_letter(path[0])))
+        else if (c == u':' && !is_drive_colon(path, i))
             out += u"\\:";
         else
             out += c;

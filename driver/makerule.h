@@ -9,8 +9,8 @@
 namespace tarn_driver {
 
 // " " becomes "\ " (and the backslashes before it are doubled), "#" becomes
-// "\#", "$" becomes "$$", and ":" becomes "\:" unless it follows a drive
-// letter at the start.
+// "\#", "$" becomes "$$", and ":" becomes "\:" unless it is a drive's
+// ("C:\", "C:/").
 std::u16string make_escape(std::u16string_view path);
 
 // The rule's one line (without its line break). Dependencies named twice

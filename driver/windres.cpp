@@ -4,6 +4,8 @@
 // "--include-dir=value" and "--include-dir value" mean the same.
 #include "windres.h"
 
+#include <filesystem>
+
 #include "console.h"
 #include "makerule.h"
 #include "utf.h"
@@ -33,7 +35,7 @@ void fail(Parse& p, std::string text) {
     if (p.command.error.empty()) p.command.error = std::move(text);
 }
 
-std::string quoted(std::u16string_view text) {
+std::string in_quotes(std::u16string_view text) {
     return cat({"'", to_utf8(text), "'"});
 }
 
@@ -44,7 +46,7 @@ void set_input_format(Parse& p, std::u16string_view v) {
     else if (v == u"res")
         p.command.options.input_is_res = true;
     else
-        fail(p, cat({"unsupported input format ", quoted(v), " (rc or res)"}));
+        fail(p, cat({"unsupported input format ", in_quotes(v), " (rc or res)"}));
 }
 
 void set_output_format(Parse& p, std::u16string_view v) {
@@ -53,7 +55,7 @@ void set_output_format(Parse& p, std::u16string_view v) {
     else if (v == u"coff")
         p.command.options.format = OutputFormat::coff;
     else
-        fail(p, cat({"unsupported output format ", quoted(v), " (res or coff)"}));
+        fail(p, cat({"unsupported output format ", in_quotes(v), " (res or coff)"}));
 }
 
 // The object formats binutils names; "pei-" is accepted for "pe-".
@@ -74,7 +76,7 @@ void set_target(Parse& p, std::u16string_view v) {
             p.command.options.machine = t.machine;
             return;
         }
-    fail(p, cat({"unsupported target ", quoted(v), " (pe-x86-64, pe-i386 or pe-aarch64)"}));
+    fail(p, cat({"unsupported target ", in_quotes(v), " (pe-x86-64, pe-i386 or pe-aarch64)"}));
 }
 
 void set_language(Parse& p, std::u16string_view v) {
@@ -82,7 +84,7 @@ void set_language(Parse& p, std::u16string_view v) {
     Options& o = p.command.options;
     o.language_given = true;
     if (!parse_language(v, &o.language, &shown))
-        fail(p, cat({"invalid language ", quoted(v), " (a hexadecimal id such as 0x409)"}));
+        fail(p, cat({"invalid language ", in_quotes(v), " (a hexadecimal id such as 0x409)"}));
 }
 
 // Decimal, or hexadecimal after "0x".
@@ -98,7 +100,7 @@ void set_code_page(Parse& p, std::u16string_view v) {
     } else {
         ok = parse_code_page(v, &o.code_page);
     }
-    if (!ok) fail(p, cat({"invalid code page ", quoted(v)}));
+    if (!ok) fail(p, cat({"invalid code page ", in_quotes(v)}));
 }
 
 // Another preprocessor cannot be run: ours is built in. What it would have
@@ -120,14 +122,14 @@ void preprocessor_arg(Parse& p, std::u16string_view v) {
     else if (value_of(u"-MQ", &value))
         o.depfile_targets.push_back(make_escape(value));
     else
-        p.command.notes.push_back(cat({"preprocessor argument ", quoted(v), " ignored"}));
+        p.command.notes.push_back(cat({"preprocessor argument ", in_quotes(v), " ignored"}));
 }
 
 void preprocessor(Parse& p, std::u16string_view v) {
     if (p.preprocessor_noted) return;
     p.preprocessor_noted = true;
     p.command.notes.push_back(
-        cat({"preprocessor ", quoted(v), " ignored: the built-in one is used"}));
+        cat({"preprocessor ", in_quotes(v), " ignored: the built-in one is used"}));
 }
 
 void ignore(Parse&, std::u16string_view) {}
@@ -227,7 +229,7 @@ void finish(Parse& p) {
         else if (o.output.empty())
             o.output = a;
         else
-            return fail(p, cat({"too many file names: ", quoted(a)}));
+            return fail(p, cat({"too many file names: ", in_quotes(a)}));
     }
     if (o.input.empty()) return fail(p, "no input file given");
     // Writing a binary to a terminal or pipe is rarely what is meant, and
@@ -281,11 +283,24 @@ WindresCommand parse_windres_options(const std::vector<std::u16string>& args, Ma
             take_short(p, a.substr(1), args, &i);
     }
     if (o.machine != Machine::x86)
-        for (std::u16string_view name : {u"_WIN64", u"__MINGW64__"})
-            o.symbols.insert(o.symbols.begin() + 2, {true, std::u16string(name)});
+        o.symbols.insert(o.symbols.begin() + 2,
+                         {{true, u"_WIN64"}, {true, u"__MINGW64__"}});
     finish(p);
     if (!p.command.error.empty()) o.action = Action::usage_error;
     return p.command;
+}
+
+std::vector<std::u16string> mingw_include_candidates(std::string_view program, Machine machine) {
+    std::u16string triplet = machine == Machine::x86     ? u"i686-w64-mingw32"
+                             : machine == Machine::arm64 ? u"aarch64-w64-mingw32"
+                                                         : u"x86_64-w64-mingw32";
+    std::vector<std::u16string> dirs;
+    size_t slash = program.find_last_of("/\\");
+    if (slash != std::string_view::npos)
+        dirs.push_back(from_utf8(program.substr(0, slash + 1)) + u"../" + triplet + u"/include");
+    dirs.push_back(u"/usr/" + triplet + u"/include");
+    dirs.push_back(u"/usr/share/mingw-w64/include");
+    return dirs;
 }
 
 std::u16string windres_version_line() {
@@ -334,6 +349,12 @@ bool windres_front_end(int argc, char** argv, Options* o, int* exit_code) {
     for (const std::string& note : w.notes) say(Stream::err, cat({"tarn-windres: ", note}));
     *o = w.options;
     *exit_code = -1;
+    for (const std::u16string& dir : mingw_include_candidates(argv[0], o->machine)) {
+        std::error_code ec;
+        if (!std::filesystem::exists(std::filesystem::path(dir) / "windows.h", ec)) continue;
+        o->include_paths.push_back(dir);
+        break;
+    }
     if (!w.error.empty()) {
         say(Stream::err, cat({"tarn-windres: ", w.error}));
         say(Stream::err, "Try 'tarn-windres --help'.");
