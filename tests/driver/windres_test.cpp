@@ -214,3 +214,33 @@ TEST(WindresOptions, UsageErrors) {
 }
 
 } // namespace
+
+namespace {
+
+// tarn's own command line as build tools give it to an rc-style compiler.
+TEST(RcStyleOptions, SlashOptionsWhereNoFileHasTheName) {
+    Options o = parse_options({u"/nologo", u"-DX", u"-I", u"inc", u"--format=coff", u"/fo",
+                               u"obj/app.rc.res", u"/src/app.rc"},
+                              false);
+    ASSERT_EQ(o.action, Action::compile);
+    EXPECT_EQ(o.output, u"obj/app.rc.res");
+    EXPECT_EQ(o.input, u"/src/app.rc"); // no option starts "S"
+    EXPECT_EQ(o.include_paths, (Args{u"inc"}));
+    EXPECT_EQ(o.format, OutputFormat::coff);
+    Options d = parse_options({u"/D", u"X", u"/I/usr/include", u"app.rc"}, false);
+    EXPECT_EQ(d.include_paths, (Args{u"/usr/include"}));
+    ASSERT_EQ(d.symbols.size(), 1u);
+    EXPECT_EQ(d.symbols[0].text, u"X");
+#ifndef _WIN32
+    // An existing path is a file even where it reads as "/D ev/null".
+    EXPECT_EQ(parse_options({u"/dev/null"}, false).input, u"/dev/null.rc");
+#endif
+}
+
+TEST(RcStyleOptions, DepfileEitherWay) {
+    EXPECT_EQ(parse_options({u"--depfile=a.d", u"a.rc"}, false).depfile, u"a.d");
+    EXPECT_EQ(parse_options({u"--depfile", u"a.d", u"a.rc"}, false).depfile, u"a.d");
+    EXPECT_EQ(parse_options({u"a.rc", u"--depfile"}, false).action, Action::usage_error);
+}
+
+} // namespace
