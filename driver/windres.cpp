@@ -63,8 +63,8 @@ const struct {
     std::u16string_view name;
     Machine machine;
 } TARGETS[] = {
-    {u"pe-x86-64", Machine::x64},  {u"pe-i386", Machine::x86},
-    {u"pe-aarch64", Machine::arm64}, {u"pe-arm64", Machine::arm64},
+    {u"pe-x86-64", Machine::x64},           {u"pe-i386", Machine::x86},
+    {u"pe-aarch64", Machine::arm64},        {u"pe-arm64", Machine::arm64},
     {u"pe-aarch64-little", Machine::arm64},
 };
 
@@ -136,8 +136,7 @@ void ignore(Parse&, std::u16string_view) {}
 
 const WindresOption WINDRES_OPTIONS[] = {
     {u'i', u"input", true, [](Parse& p, std::u16string_view v) { p.command.options.input = v; }},
-    {u'o', u"output", true,
-     [](Parse& p, std::u16string_view v) { p.command.options.output = v; }},
+    {u'o', u"output", true, [](Parse& p, std::u16string_view v) { p.command.options.output = v; }},
     {u'J', u"input-format", true, set_input_format},
     {u'O', u"output-format", true, set_output_format},
     {u'F', u"target", true, set_target},
@@ -253,8 +252,8 @@ bool is_windres_name(std::string_view program, Machine* machine) {
     const struct {
         std::u16string_view prefix;
         Machine machine;
-    } prefixes[] = {{u"i386-", Machine::x86},       {u"i486-", Machine::x86},
-                    {u"i586-", Machine::x86},       {u"i686-", Machine::x86},
+    } prefixes[] = {{u"i386-", Machine::x86},      {u"i486-", Machine::x86},
+                    {u"i586-", Machine::x86},      {u"i686-", Machine::x86},
                     {u"aarch64-", Machine::arm64}, {u"arm64-", Machine::arm64}};
     for (const auto& p : prefixes)
         if (name.starts_with(p.prefix)) *machine = p.machine;
@@ -283,8 +282,7 @@ WindresCommand parse_windres_options(const std::vector<std::u16string>& args, Ma
             take_short(p, a.substr(1), args, &i);
     }
     if (o.machine != Machine::x86)
-        o.symbols.insert(o.symbols.begin() + 2,
-                         {{true, u"_WIN64"}, {true, u"__MINGW64__"}});
+        o.symbols.insert(o.symbols.begin() + 2, {{true, u"_WIN64"}, {true, u"__MINGW64__"}});
     finish(p);
     if (!p.command.error.empty()) o.action = Action::usage_error;
     return p.command;

@@ -23,7 +23,7 @@ TEST(MakeEscape, WhatMakeWouldMisread) {
              {u"$x", u"$$x"},
              {u"dir:odd/a.rc", u"dir\\:odd/a.rc"},
              {u"C:\\src\\app.rc", u"C:\\src\\app.rc"}, // a drive letter's colon stays
-             {u"x:y:z", u"x\\:y\\:z"},                  // a colon at 1 is a drive only once
+             {u"x:y:z", u"x\\:y\\:z"},                 // a colon at 1 is a drive only once
              {u"ab:c", u"ab\\:c"},
              {u"dir\\ x", u"dir\\\\\\ x"}, // the backslash before a space is doubled
              {u"a\\\\#b", u"a\\\\\\\\\\#b"},
@@ -33,9 +33,8 @@ TEST(MakeEscape, WhatMakeWouldMisread) {
 }
 
 TEST(DepfileText, OnePrerequisiteALineAndEmptyRules) {
-    std::u16string text =
-        depfile_text({u"obj/app.o", u"$(OBJ)"}, u"app.rc",
-                     {u"res.h", u"app.rc", u"icons/a b.ico", u"res.h"});
+    std::u16string text = depfile_text({u"obj/app.o", u"$(OBJ)"}, u"app.rc",
+                                       {u"res.h", u"app.rc", u"icons/a b.ico", u"res.h"});
     EXPECT_EQ(text, u"obj/app.o $(OBJ): app.rc \\\n"
                     u"  res.h \\\n"
                     u"  icons/a\\ b.ico\n"
@@ -135,9 +134,8 @@ TEST_F(DependencyRecords, ModernDialectRecordsEveryIncludeAndEveryFile) {
 }
 
 TEST_F(DependencyRecords, ClassicDialectRecordsOnlyQuotedTopLevelIncludes) {
-    EXPECT_EQ(compile_and_collect(false),
-              (Args{u"outer.h", u"app.ico", u"cur.cur", u"pic.bmp", u"data.bin", u"app.manifest",
-                    u"data.bin"}));
+    EXPECT_EQ(compile_and_collect(false), (Args{u"outer.h", u"app.ico", u"cur.cur", u"pic.bmp",
+                                                u"data.bin", u"app.manifest", u"data.bin"}));
 }
 
 } // namespace

@@ -25,8 +25,8 @@ std::vector<std::u16string> user_symbols(const Options& o) {
 
 TEST(WindresOptions, CMakeCommandLine) {
     // CMake: -O coff <DEFINES> <INCLUDES> <FLAGS> <SOURCE> <OBJECT>, "-I DIR" apart.
-    WindresCommand w = parse({u"-O", u"coff", u"-DNDEBUG", u"-I", u"/src/inc", u"-I",
-                              u"/build", u"/src/app.rc", u"CMakeFiles/app.dir/app.rc.res"});
+    WindresCommand w = parse({u"-O", u"coff", u"-DNDEBUG", u"-I", u"/src/inc", u"-I", u"/build",
+                              u"/src/app.rc", u"CMakeFiles/app.dir/app.rc.res"});
     ASSERT_EQ(w.error, "");
     const Options& o = w.options;
     EXPECT_EQ(o.action, Action::compile);
@@ -42,9 +42,9 @@ TEST(WindresOptions, CMakeCommandLine) {
 }
 
 TEST(WindresOptions, MesonCommandLine) {
-    WindresCommand w = parse({u"-I/src/inc", u"../app.rc", u"app_app.o",
-                              u"--preprocessor-arg=-MD", u"--preprocessor-arg=-MQapp_app.o",
-                              u"--preprocessor-arg=-MFapp_app.o.d"});
+    WindresCommand w =
+        parse({u"-I/src/inc", u"../app.rc", u"app_app.o", u"--preprocessor-arg=-MD",
+               u"--preprocessor-arg=-MQapp_app.o", u"--preprocessor-arg=-MFapp_app.o.d"});
     ASSERT_EQ(w.error, "");
     EXPECT_EQ(w.options.include_paths, (Args{u"/src/inc"}));
     EXPECT_EQ(w.options.input, u"../app.rc");
@@ -62,8 +62,8 @@ TEST(WindresOptions, LongOptionsTakeTheirValueEitherWay) {
     WindresCommand b = parse({u"--input", u"x.rc", u"--output", u"x.o", u"--include-dir", u"inc",
                               u"--define", u"A=1", u"--undefine", u"B", u"--language", u"0x41d",
                               u"--codepage", u"65001", u"--target", u"pe-i386", u"--verbose"});
-    WindresCommand c = parse({u"-i", u"x.rc", u"-ox.o", u"-Iinc", u"-D", u"A=1", u"-UB",
-                              u"-l", u"41d", u"-c0xFDE9", u"-Fpe-i386", u"-v"});
+    WindresCommand c = parse({u"-i", u"x.rc", u"-ox.o", u"-Iinc", u"-D", u"A=1", u"-UB", u"-l",
+                              u"41d", u"-c0xFDE9", u"-Fpe-i386", u"-v"});
     for (const WindresCommand* w : {&a, &b, &c}) {
         ASSERT_EQ(w->error, "");
         const Options& o = w->options;
@@ -134,8 +134,7 @@ TEST(WindresOptions, TargetsAndProgramNames) {
     }
     // The name's machine is the default that --target overrides.
     EXPECT_EQ(parse({u"a.rc", u"a.o"}, Machine::x86).options.machine, Machine::x86);
-    EXPECT_EQ(parse({u"-Fpe-x86-64", u"a.rc", u"a.o"}, Machine::x86).options.machine,
-              Machine::x64);
+    EXPECT_EQ(parse({u"-Fpe-x86-64", u"a.rc", u"a.o"}, Machine::x86).options.machine, Machine::x64);
 }
 
 TEST(WindresOptions, PredefinesWhatTheMingwHeadersExpect) {
