@@ -5,9 +5,9 @@
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
+#include "support/state.h"
 #include "diag/report.h"
 #include "support/paths.h"
-#include "support/state.h"
 
 namespace tarn {
 
