@@ -110,7 +110,7 @@ class DependencyRecords : public FreshLibrary {
         Args deps;
         enum_include_info_w(collect_include, uint64_t(uintptr_t(&deps)));
         enum_file_info_w(collect_file, uint64_t(uintptr_t(&deps)));
-        for (std::u16string& d : deps) d = d.substr(d.find_last_of(u'/') + 1);
+        for (std::u16string& d : deps) d = d.substr(d.find_last_of(u"/\\") + 1);
         return deps;
     }
 
