@@ -20,6 +20,7 @@ struct Parse {
     bool input_format_given = false;
     bool depfile_requested = false; // -MD or -MMD through the preprocessor
     bool preprocessor_noted = false;
+    std::u16string pending; // "-MF", "-MT" or "-MQ" given alone: its value comes next
 };
 
 using Apply = void (*)(Parse&, std::u16string_view value);
@@ -95,7 +96,7 @@ void set_code_page(Parse& p, std::u16string_view v) {
     if (v.size() > 2 && v[0] == u'0' && (v[1] == u'x' || v[1] == u'X')) {
         uint32_t shown = 0;
         uint16_t value = 0;
-        ok = parse_language(v, &value, &shown); // up to four hex digits
+        ok = parse_language(v, &value, &shown); // code pages fit four hex digits
         o.code_page = value;
     } else {
         ok = parse_code_page(v, &o.code_page);
@@ -105,8 +106,15 @@ void set_code_page(Parse& p, std::u16string_view v) {
 
 // Another preprocessor cannot be run: ours is built in. What it would have
 // been asked for a dependency file is honoured.
-void preprocessor_arg(Parse& p, std::u16string_view v) {
+void preprocessor_arg(Parse& p, std::u16string_view arg) {
     Options& o = p.command.options;
+    std::u16string joined = p.pending + std::u16string(arg);
+    std::u16string_view v = joined;
+    p.pending.clear();
+    if (v == u"-MF" || v == u"-MT" || v == u"-MQ") {
+        p.pending = v;
+        return;
+    }
     auto value_of = [&](std::u16string_view flag, std::u16string_view* value) {
         if (!v.starts_with(flag) || v.size() == flag.size()) return false;
         *value = v.substr(flag.size());

@@ -162,6 +162,13 @@ TEST(WindresOptions, DependencyFileRequests) {
                               u"--preprocessor-arg=-MT$(OBJ)", u"a.rc", u"a b.o"});
     EXPECT_EQ(b.options.depfile, u"a b.d");
     EXPECT_EQ(b.options.depfile_targets, (Args{u"a\\ b.o", u"$(OBJ)"}));
+    // A value may come as the next preprocessor argument.
+    WindresCommand s =
+        parse({u"--preprocessor-arg=-MD", u"--preprocessor-arg=-MF", u"--preprocessor-arg=deps/a.d",
+               u"--preprocessor-arg", u"-MT", u"--preprocessor-arg", u"a.o", u"a.rc", u"a.o"});
+    EXPECT_EQ(s.options.depfile, u"deps/a.d");
+    EXPECT_EQ(s.options.depfile_targets, (Args{u"a.o"}));
+    EXPECT_TRUE(s.notes.empty());
     // --depfile works without the preprocessor's spelling.
     EXPECT_EQ(parse({u"--depfile=x.d", u"a.rc", u"a.o"}).options.depfile, u"x.d");
     // Anything else for the preprocessor, and the preprocessor itself, is noted once.
