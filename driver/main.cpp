@@ -17,6 +17,7 @@
 #include "options.h"
 #include "output.h"
 #include "utf.h"
+#include "windres.h"
 
 #ifdef _WIN32
 #define TARN_HOST_EXPORT
@@ -125,7 +126,8 @@ int dump(const Options& o) {
 
 // Hands the options to the library; false after a bad code page.
 bool configure(const Options& o) {
-    set_error_function_w(on_error, o.make_rule ? 1 : 0);
+    // Dependency records are kept only when asked for.
+    set_error_function_w(on_error, o.make_rule || !o.depfile.empty() ? 1 : 0);
     if (o.verbose) set_information_function_w(on_info);
     if (o.code_page_given && !set_codepage(o.code_page)) {
         print(Stream::err, message(MSG_INVALID_CODEPAGE, {o.code_page}));
@@ -146,7 +148,8 @@ bool configure(const Options& o) {
 }
 
 int32_t collect_path(const char16_t* path, uint64_t context) {
-    reinterpret_cast<std::vector<std::u16string>*>(uintptr_t(context))->emplace_back(path);
+    reinterpret_cast<std::vector<std::u16string>*>(uintptr_t(context))
+        ->push_back(dependency_path(path));
     return 1;
 }
 
@@ -155,12 +158,30 @@ int32_t collect_file(const char16_t*, const char16_t*, uint16_t, const char16_t*
     return collect_path(path, context);
 }
 
-void print_make_rule(const Options& o) {
+std::vector<std::u16string> recorded_dependencies() {
     std::vector<std::u16string> deps;
     uint64_t context = uint64_t(reinterpret_cast<uintptr_t>(&deps));
     enum_include_info_w(collect_path, context);
     enum_file_info_w(collect_file, context);
-    print(Stream::out, make_rule(o.output, o.input, deps));
+    return deps;
+}
+
+void print_make_rule(const Options& o) {
+    print(Stream::out, make_rule(o.output, o.input, recorded_dependencies()));
+}
+
+// The dependency file, once the output is in place; a failure here fails the
+// run, as a build would otherwise go on with stale dependencies.
+bool write_depfile(const Options& o) {
+    std::vector<std::u16string> targets = o.depfile_targets;
+    if (targets.empty()) targets.push_back(make_escape(o.output));
+    std::u16string text = depfile_text(targets, o.input, recorded_dependencies());
+    std::string why;
+    if (write_file_atomically(o.depfile, to_utf8(text), &why)) return true;
+    print(Stream::err, from_utf8(cat({"tarn: ", to_utf8(o.depfile), ": ", why})));
+    std::error_code ec;
+    std::filesystem::remove(std::filesystem::path(o.output), ec); // rebuilt next time
+    return false;
 }
 
 int compile(const Options& o) {
@@ -179,13 +200,19 @@ int compile(const Options& o) {
         return EXIT_FAILED;
     }
     if (o.make_rule && !o.preprocess_only) print_make_rule(o);
+    if (!o.depfile.empty() && !o.preprocess_only && !o.make_rule && !write_depfile(o))
+        return EXIT_FAILED;
     return EXIT_OK;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    Options o = parse_options(command_line(argc, argv), slash_starts_option());
+    Options o;
+    int exit_code = -1;
+    if (!windres_front_end(argc, argv, &o, &exit_code))
+        o = parse_options(command_line(argc, argv), slash_starts_option());
+    if (exit_code >= 0) return exit_code;
     switch (o.action) {
     case Action::help:
         print_usage();

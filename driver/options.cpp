@@ -3,6 +3,7 @@
 // attached ("-Ipath") or the next argument ("-I path").
 #include "options.h"
 
+#include <filesystem>
 #include <string_view>
 
 #include "coff.h"
@@ -45,6 +46,7 @@ const OptionSpec OPTIONS[] = {
     {u"I", true, [](Options& o, std::u16string_view v) { o.include_paths.emplace_back(v); }},
     {u"L", true, set_language},
     {u"M", false, [](Options& o, std::u16string_view) { o.make_rule = true; }},
+    {u"NOLOGO", false, [](Options&, std::u16string_view) {}}, // there is no logo to keep quiet
     {u"N", false, [](Options& o, std::u16string_view) { o.null_append = true; }},
     {u"R", false, [](Options&, std::u16string_view) {}}, // a .res is what we always make
     {u"U", true,
@@ -90,6 +92,7 @@ const struct {
      [](Options& o, std::u16string_view) { o.action = Action::dump, o.dump_hex = true; }},
     {u"format", set_format, true},
     {u"machine", set_machine, true},
+    {u"depfile", [](Options& o, std::u16string_view v) { o.depfile = v; }, true},
 };
 
 char16_t upper(char16_t c) {
@@ -230,6 +233,19 @@ bool parse_code_page(std::u16string_view text, uint32_t* code_page) {
     return ok;
 }
 
+// Without `slash_options`, "/" still starts one of our options where build
+// tools pass rc-style options ("/fo obj", "/nologo"), unless a file or
+// folder of that name exists.
+static bool slash_option_here(std::u16string_view arg, const std::vector<std::u16string>& args,
+                              size_t i) {
+    std::error_code ec;
+    if (arg.size() < 2 || arg[0] != u'/' || std::filesystem::exists(std::filesystem::path(arg), ec))
+        return false;
+    Options probe;
+    size_t at = i;
+    return take_option(probe, arg.substr(1), args, &at) && probe.action == Action::compile;
+}
+
 Options parse_options(const std::vector<std::u16string>& args, bool slash_options) {
     Options o;
     if (args.empty()) {
@@ -239,6 +255,7 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
     for (size_t i = 0; i < args.size(); ++i) {
         const std::u16string& a = args[i];
         bool option = a.size() > 1 && (a[0] == u'-' || (slash_options && a[0] == u'/'));
+        if (!option && !slash_options) option = slash_option_here(a, args, i);
         bool go_on =
             option ? take_option(o, std::u16string_view(a).substr(1), args, &i) : set_input(o, a);
         if (!go_on) return o;

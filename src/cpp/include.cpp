@@ -101,7 +101,10 @@ void doInclude(TokenRow* row) {
     }
     std::u16string path = findInclude(name.c_str(), angled);
     const char16_t* kept = cpp.arena.copy(path.data(), path.size());
-    if (compile_state.collect_dependencies && !angled && cpp.includeDepth == 0)
+    // The modern dialect records every include, for complete dependency
+    // files; the classic one only quoted names in the main script.
+    if (compile_state.collect_dependencies &&
+        (compile_state.extended || (!angled && cpp.includeDepth == 0)))
         record_include(path);
     if (++cpp.includeDepth > MAX_INCLUDE_DEPTH) report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
     pushSource(kept, nullptr);
