@@ -93,6 +93,12 @@ std::u16string find_resource_file(const std::u16string& name) {
     return findInclude(name.c_str(), false, resources_state.main_input.c_str());
 }
 
+bool fits_16(uint64_t value, const char16_t* what) {
+    if (value <= 0xFFFF) return true;
+    report(error_code(MSG_FIELD_TOO_LARGE), what, static_cast<unsigned long long>(value));
+    return false;
+}
+
 void show_writing(const std::u16string& type_text, const ScriptToken* name,
                   const ResourceAttributes* attributes) {
     if (!compile_state.info_callback) return;

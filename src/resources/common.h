@@ -58,6 +58,10 @@ NameOrOrdinal type_ordinal(uint32_t value);
 // name_ordinal, identifier as its upper-cased text).
 NameOrOrdinal name_of(const ScriptToken& name);
 
+// Whether a count or length fits its 16-bit field; if not, an error says
+// which (`what`) and how large it is, rather than a wrapped value.
+bool fits_16(uint64_t value, const char16_t* what);
+
 // The verbose "Writing ..." line; name and attributes may be null.
 void show_writing(const std::u16string& type_text, const ScriptToken* name,
                   const ResourceAttributes* attributes);

@@ -88,6 +88,7 @@ void keep_token(ScriptToken& kept, const ScriptToken& t) {
     kept.length = t.length;
     kept.is_long = t.is_long;
     size_t units = std::max<size_t>(t.length, 2) + 1;
+    kept.text.ensure(units);
     std::memcpy(kept.text, t.text, units * sizeof(char16_t));
 }
 

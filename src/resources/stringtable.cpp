@@ -20,20 +20,25 @@ namespace {
 
 constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
 constexpr uint32_t BLOCK_SLOTS = 16;
-constexpr size_t CHUNK_UNITS = 64 * 1024; // more than the longest string's units
+constexpr size_t CHUNK_UNITS = 64 * 1024; // more than a string's units, as a rule
 
-// The current string as a length word, its units and a zero unit.
+// The current string as a length word, its units and a zero unit. A string
+// longer than a chunk (only the extended dialect reads one) gets a chunk of
+// its own, which counts as full.
 const char16_t* keep_text() {
     StringTableState& st = string_tables;
     size_t units = token.length + 2;
-    if (st.chunks.empty() || st.chunk_used + units > CHUNK_UNITS) {
+    if (units > CHUNK_UNITS) {
+        st.chunks.emplace_back(new char16_t[units]);
+        st.chunk_used = CHUNK_UNITS;
+    } else if (st.chunks.empty() || st.chunk_used + units > CHUNK_UNITS) {
         st.chunks.emplace_back(new char16_t[CHUNK_UNITS]);
         st.chunk_used = 0;
     }
-    char16_t* text = st.chunks.back().get() + st.chunk_used;
-    st.chunk_used += units;
+    char16_t* text = st.chunks.back().get() + (units > CHUNK_UNITS ? 0 : st.chunk_used);
+    if (units <= CHUNK_UNITS) st.chunk_used += units;
     text[0] = char16_t(token.length + (compile_state.null_append ? 1 : 0));
-    std::copy(token.text, token.text + token.length, text + 1);
+    std::copy(token.text.data(), token.text.data() + token.length, text + 1);
     text[token.length + 1] = 0;
     return text;
 }
@@ -102,7 +107,9 @@ void compile_string_table() {
     do {
         uint16_t id = uint16_t(parse_expr16(true));
         accept(TK_COMMA);
-        if (token.kind == TK_STRING) st.entries.push_back({keep_text(), statement, id});
+        if (is_string(token.kind) && fits_16(token.length + (compile_state.null_append ? 1 : 0),
+                                              u"STRINGTABLE string length"))
+            st.entries.push_back({keep_text(), statement, id});
         expect(TK_STRING);
     } while (!accept(TK_END));
 }
