@@ -65,7 +65,7 @@ bool parse_accelerator_options(AcceleratorEntry& entry) {
 AcceleratorEntry parse_accelerator() {
     AcceleratorEntry entry;
     bool type_needed = false;
-    if (token.kind != TK_STRING) {
+    if (!is_string(token.kind)) {
         entry.key = uint16_t(parse_expr16(true));
         type_needed = true;
     } else {

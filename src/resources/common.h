@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "resfile/writer.h"
 #include "script/lexer.h"
@@ -71,6 +72,12 @@ void show_writing(const std::u16string& type_text, const ScriptToken* name,
 uint32_t copy_file_resource(const NameOrOrdinal& name, const NameOrOrdinal& type,
                             const std::u16string& path, uint16_t memory_flags);
 
+// A string item of raw data (RCDATA, a control's creation data), which it
+// consumes: a narrow string as the low byte of each unit, no terminator; a
+// wide one as the low byte and a zero, deliberately dropping the high byte,
+// except in the extended dialect, which keeps whole UTF-16 units.
+void append_string_item(std::vector<uint8_t>& data);
+
 // A statement's file operand: a string literal or a name.
 bool names_file(const ScriptToken& t);
 // Locates a file named by a statement as a quoted #include name is found,
@@ -97,6 +104,9 @@ void compile_icon(const ScriptToken& name);
 void compile_cursor(const ScriptToken& name);
 void compile_bitmap(const ScriptToken& name);
 void compile_file_resource(const ScriptToken& name, uint16_t type); // ANICURSOR, HTML, ...
+// TOOLBAR, of the extended dialect: its type is a name, not a keyword.
+bool is_toolbar_type(const ScriptToken& type);
+void compile_toolbar(const ScriptToken& name);
 
 // Icons and cursors (resources/icon.cpp): the process-wide image ordinal
 // counter back to its just-loaded 0 (for resources_reset only), and the bit

@@ -9,6 +9,7 @@
 #include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
+#include "resources/resdata.h"
 #include "resources/stringtable.h"
 #include "script/expr.h"
 
@@ -86,7 +87,7 @@ uint32_t write_block(const Block& b, std::vector<uint8_t>& data) {
     }
     uint32_t size = uint32_t(data.size());
     const ResourceAttributes& attributes = string_tables.statements[b.first->statement];
-    uint32_t e = write_resource_header(size, attributes, make_ordinal(RT_STRING),
+    uint32_t e = write_header_checked(size, attributes, make_ordinal(RT_STRING),
                                        make_ordinal(uint16_t(block_id(*b.first))));
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());

@@ -101,7 +101,7 @@ void parse_version_fixed(VersionInfo& info) {
 
 // A string literal's text into `out`, then the expect that consumes it.
 bool take_string(std::u16string& out) {
-    bool present = token.kind == TK_STRING;
+    bool present = is_string(token.kind);
     if (present) out = token_string();
     expect(TK_STRING);
     return present;
@@ -110,7 +110,7 @@ bool take_string(std::u16string& out) {
 void parse_string_table_block(std::vector<StringTableBlock>& blocks) {
     StringTableBlock block;
     expect(TK_BLOCK);
-    if (token.kind == TK_STRING) block.name = token_string().substr(0, BLOCK_NAME_UNITS);
+    if (is_string(token.kind)) block.name = token_string().substr(0, BLOCK_NAME_UNITS);
     expect(TK_STRING);
     expect(TK_BEGIN);
     while (!accept(TK_END)) {
@@ -148,7 +148,7 @@ void parse_var_entry(std::vector<VarEntry>& vars) {
 
 void parse_blocks(VersionInfo& info) {
     while (accept(TK_BLOCK)) {
-        if (token.kind != TK_STRING) continue;
+        if (!is_string(token.kind)) continue;
         std::u16string block = token_string();
         if (block == u"StringFileInfo") {
             expect(TK_STRING);
