@@ -47,6 +47,9 @@ struct ResData {
             str(n.units);
         }
     }
+    // Overwrites a 16-bit field written before, such as a length known only
+    // once what it measures has been written.
+    void set16(size_t at, uint16_t v) { put16(buffer.get() + at, v); }
     // Resource data start on a multiple of 4 of the file, so aligning the
     // data offset aligns the file position.
     void pad4() {
