@@ -336,9 +336,10 @@ void compile_dialog(const ScriptToken& name, int extended) {
             report(error_code(MSG_INVALID_SYNTAX)); // the token is left to the statement loop
             return;
         }
-        if (accept(TK_END)) {
-            if (fits_16(d.controls.size(), u"dialog control count"))
-                report(write_dialog(name, attributes, d));
+        if (token.kind == TK_END) {
+            bool fits = fits_16(d.controls.size(), u"dialog control count"); // at the END
+            next_token();
+            if (fits) report(write_dialog(name, attributes, d));
             return;
         }
     }

@@ -85,4 +85,49 @@ TEST_F(VersionInfo, Failures) {
     });
 }
 
+TEST_F(VersionInfo, ExtendedDialectMeasuresWhatItWritesInScriptOrder) {
+    const std::string script = "1 VERSIONINFO BEGIN\n"
+                               "BLOCK \"VarFileInfo\" BEGIN VALUE \"Translation\", 0x409, 1200 END\n"
+                               "BLOCK \"StringFileInfo\" BEGIN\n"
+                               "  BLOCK \"040904B0\" BEGIN VALUE \"A\", \"xy\" END\n"
+                               "  BLOCK \"041D04B0\" BEGIN VALUE \"B\", \"z\" END\n"
+                               "END END\n";
+    Bytes fixed = Bytes().u32(0, 0, 0, 0, 0, 0, 0);
+    Bytes vars = Bytes().u16(68, 0, 1).str("VarFileInfo").pad4();
+    vars.u16(36, 4, 0).str("Translation").pad4().u32(0x04B00409);
+    // The first block's 42 bytes end 2 short of a multiple of 4: the
+    // default's StringFileInfo length leaves the padding out.
+    auto strings = [](uint16_t length) {
+        Bytes b = Bytes().u16(length, 0, 1).str("StringFileInfo").pad4();
+        b.u16(42, 0, 1).str("040904B0").pad4().u16(18, 3, 1).str("A").pad4().str("xy").pad4();
+        return b.u16(40, 0, 1).str("041D04B0").pad4().u16(16, 2, 1).str("B").pad4().str("z");
+    };
+    Bytes standard = root(280, 0, 0, 0, 0).bytes(fixed).bytes(strings(118)).pad4().bytes(vars);
+    Bytes extended = root(280, 0, 0, 0, 0).bytes(fixed).bytes(vars).bytes(strings(120));
+    // Wide texts, joined from pieces as common.ver writes them.
+    Bytes wide = root(92 + 74, 0, 0, 0, 0).bytes(fixed);
+    wide.u16(74, 0, 1).str("StringFileInfo").pad4().u16(38, 0, 1).str("0409").pad4();
+    wide.u16(22, 5, 1).str("K").pad4().str("5.2x");
+    expect_dialects({
+        {script, gives({standard}), gives({extended})},
+        {"1 VERSIONINFO BEGIN BLOCK \"StringFileInfo\" BEGIN BLOCK L\"0409\" BEGIN\n"
+         "VALUE L\"K\", L\"5.\" L\"2\" \"x\" END END END\n",
+         fails({"1: error: String literal expected (found: L\"STRING\").",
+                "2: error: String literal expected (found: L\"STRING\").",
+                "2: error: String literal expected (found: L\"STRING\").",
+                "2: error: Invalid syntax.", "2: error: Comma expected (found: end).",
+                "2: error: String literal expected (found: end)."}),
+         gives({wide})},
+    });
+}
+
+TEST_F(VersionInfo, OverSixtyFourKilobytesIsAnError) {
+    std::string values;
+    for (int i = 0; i < 17000; i++) values += i % 100 ? ", 1, 2" : "\n, 1, 2";
+    EXPECT_EQ(compile_fail("1 VERSIONINFO BEGIN BLOCK \"VarFileInfo\" BEGIN VALUE \"T\"" +
+                           values + "\nEND END\n"),
+              Lines{"173: error: Too large for a 16-bit field: VERSIONINFO length is 68136, at "
+                    "most 65535."});
+}
+
 } // namespace
