@@ -130,4 +130,57 @@ TEST_F(VersionInfo, OverSixtyFourKilobytesIsAnError) {
                     "most 65535."});
 }
 
+// The nodes of a version tree as "depth key=value" lines, checking that
+// each node's length covers its key, value and children exactly, and that
+// every child starts on a multiple of 4.
+void walk(const std::vector<uint8_t>& d, size_t at, int depth, Lines& out) {
+    size_t length = get16(d, at), value_length = get16(d, at + 2), p = at + 6;
+    bool text = get16(d, at + 4) == 1;
+    std::string key, value;
+    for (; get16(d, p); p += 2) key += char(get16(d, p));
+    p = (p + 2 + 3) / 4 * 4;
+    size_t value_end = p + (text ? 2 * value_length : value_length);
+    if (key == "VS_VERSION_INFO") value_end = p + 52;
+    for (; text && p + 2 < value_end; p += 2) value += get16(d, p) < 128 ? char(get16(d, p)) : '?';
+    out.push_back(std::to_string(depth) + " " + key + (value.empty() ? "" : "=" + value));
+    size_t end = value_end;
+    for (size_t child = (end + 3) / 4 * 4; child < at + length; child = (end + 3) / 4 * 4) {
+        walk(d, child, depth + 1, out);
+        end = child + get16(d, child);
+    }
+    EXPECT_EQ(end, at + length) << key;
+}
+
+TEST_F(VersionInfo, ExtendedDialectCompilesCommonVer) {
+    const char* common_ver = "/usr/share/mingw-w64/include/common.ver";
+    if (!std::filesystem::exists(common_ver)) GTEST_SKIP() << "no mingw-w64 headers";
+    set_extended_mode();
+    auto e = compile_ok(std::string("#define VER_FILETYPE 2\n#define VER_FILESUBTYPE 0\n"
+                                    "#define VER_FILEFLAGSMASK 0x3F\n#define VER_FILEFLAGS 0\n"
+                                    "#define VER_FILEOS 0x40004\n#define VER_COMPANYNAME_STR \"Co\"\n"
+                                    "#define VER_FILEDESCRIPTION_STR L\"D\"\n#define EXPORT\n"
+                                    "#define EXPORT_CONTROLLED\n#define VER_INTERNALNAME_STR \"i\"\n"
+                                    "#define VER_PRODUCTVERSION_STR L\"5.\" L\"2.3790.\"\n"
+                                    "#define VER_ANSICP\n#define VS_VERSION_INFO 1\n#include \"") +
+                        common_ver + "\"\n");
+    ASSERT_EQ(heads(e), Lines{"#16 #1 0030 0409"});
+    Lines nodes;
+    walk(e[0].data, 0, 0, nodes);
+    EXPECT_EQ(get16(e[0].data, 0), e[0].data.size());
+    Lines block = {"CompanyName=Co",
+                   "FileDescription=D (Export Version)",
+                   "FileVersion=5.2.3790.",
+                   "InternalName=i",
+                   "LegalCopyright=? Microsoft Corporation. All rights reserved.",
+                   "OriginalFilename=i",
+                   "ProductName=Microsoft? Windows? Operating System",
+                   "ProductVersion=5.2.3790."};
+    Lines want = {"0 VS_VERSION_INFO", "1 StringFileInfo", "2 040904B0"};
+    for (const std::string& b : block) want.push_back("3 " + b);
+    want.push_back("2 0c0904E4");
+    for (const std::string& b : block) want.push_back("3 " + b);
+    want.insert(want.end(), {"1 VarFileInfo", "2 Translation"});
+    EXPECT_EQ(nodes, want);
+}
+
 } // namespace
