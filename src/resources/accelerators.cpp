@@ -2,12 +2,12 @@
 // written at once as one resource of 8-byte entries.
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "script/expr.h"
 #include "support/platform.h"
+#include "support/state.h"
 
 namespace tarn {
 

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 
-#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resources/rc_main.h"
 #include "resources/resdata.h"
 #include "script/expr.h"
+#include "support/state.h"
 #include "support/text.h"
 
 namespace tarn {
@@ -52,8 +52,8 @@ std::u16string name_text(const NameOrOrdinal& n) {
 
 // A report placed at the start of the statement rather than where the
 // lexer has got to by the time the resource is written.
-template <class... A> void report_at(const DefinitionPlace& place, DiagnosticCode code,
-                                     const A&... inserts) {
+template <class... A>
+void report_at(const DefinitionPlace& place, DiagnosticCode code, const A&... inserts) {
     ScriptLocation now = script_location;
     size_t n = std::min(place.file.size(), SCRIPT_FILE_UNITS - 1);
     std::copy_n(place.file.data(), n, script_location.script_file);
@@ -68,7 +68,8 @@ template <class... A> void report_at(const DefinitionPlace& place, DiagnosticCod
 uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
                               const NameOrOrdinal& type, const NameOrOrdinal& name) {
     if (compile_state.extended) {
-        std::u16string key = type.units + u'\0' + name.units + u'\0' + char16_t(attributes.language);
+        std::u16string key =
+            type.units + u'\0' + name.units + u'\0' + char16_t(attributes.language);
         const DefinitionPlace& here = resources_state.statement_place;
         auto [at, added] = resources_state.written.try_emplace(std::move(key), here);
         if (!added) {

@@ -5,11 +5,11 @@
 #include <cstring>
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "support/files.h"
+#include "support/state.h"
 
 namespace tarn {
 

@@ -18,7 +18,7 @@ namespace {
 constexpr uint16_t MF_POPUP = 0x0010;
 constexpr uint16_t MF_END = 0x0080;            // last item of its level
 constexpr uint16_t MF_SEPARATOR_MARK = 0x1000; // internal, never written
-constexpr uint32_t MFT_SEPARATOR = 0x800; // MENUEX item type
+constexpr uint32_t MFT_SEPARATOR = 0x800;      // MENUEX item type
 constexpr uint16_t MFR_POPUP = 0x01;
 constexpr uint16_t MFR_END = 0x80;
 constexpr int MENU_LEVELS = 8; // the menu itself and at most 7 open popups

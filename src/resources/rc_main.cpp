@@ -8,13 +8,13 @@
 #include <cstring>
 #include <vector>
 
-#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resfile/writer.h"
 #include "resources/common.h"
 #include "resources/stringtable.h"
 #include "script/lexer.h"
+#include "support/state.h"
 
 namespace tarn {
 

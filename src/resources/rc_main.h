@@ -14,7 +14,7 @@ struct DefinitionPlace {
 };
 
 struct ResourcesState {
-    std::u16string main_input; // the script's path; resource files are found from it
+    std::u16string main_input;       // the script's path; resource files are found from it
     DefinitionPlace statement_place; // where the statement being compiled starts
     // Type, name and language of every resource written (extended dialect).
     std::unordered_map<std::u16string, DefinitionPlace> written;

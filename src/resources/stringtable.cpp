@@ -6,12 +6,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "resources/stringtable.h"
 #include "script/expr.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -88,7 +88,7 @@ uint32_t write_block(const Block& b, std::vector<uint8_t>& data) {
     uint32_t size = uint32_t(data.size());
     const ResourceAttributes& attributes = string_tables.statements[b.first->statement];
     uint32_t e = write_header_checked(size, attributes, make_ordinal(RT_STRING),
-                                       make_ordinal(uint16_t(block_id(*b.first))));
+                                      make_ordinal(uint16_t(block_id(*b.first))));
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;
@@ -109,7 +109,7 @@ void compile_string_table() {
         uint16_t id = uint16_t(parse_expr16(true));
         accept(TK_COMMA);
         if (is_string(token.kind) && fits_16(token.length + (compile_state.null_append ? 1 : 0),
-                                              u"STRINGTABLE string length"))
+                                             u"STRINGTABLE string length"))
             st.entries.push_back({keep_text(), statement, id});
         expect(TK_STRING);
     } while (!accept(TK_END));

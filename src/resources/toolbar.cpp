@@ -26,7 +26,8 @@ bool is_button(const ScriptToken& t) {
 } // namespace
 
 bool is_toolbar_type(const ScriptToken& t) {
-    return t.kind == TK_NAME && equal_ignore_case(std::u16string_view(t.text, t.length), u"TOOLBAR");
+    return t.kind == TK_NAME &&
+           equal_ignore_case(std::u16string_view(t.text, t.length), u"TOOLBAR");
 }
 
 void compile_toolbar(const ScriptToken& name) {

@@ -3,9 +3,9 @@
 // inspects and advances, and the script location for diagnostics.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <string>
 #include <vector>
 

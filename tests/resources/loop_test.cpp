@@ -105,7 +105,8 @@ TEST_F(StatementLoop, ExtendedDialectRejectsDuplicateResources) {
          fails({"3: error: Duplicate resource: type 10, name 1, language 0x409, first defined in " +
                     input + " at line 1.",
                 "5: error: Duplicate resource: type MYTYPE, name X, language 0x409, first "
-                "defined in " + input + " at line 2."})},
+                "defined in " +
+                    input + " at line 2."})},
     });
 }
 

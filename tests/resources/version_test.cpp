@@ -86,12 +86,13 @@ TEST_F(VersionInfo, Failures) {
 }
 
 TEST_F(VersionInfo, ExtendedDialectMeasuresWhatItWritesInScriptOrder) {
-    const std::string script = "1 VERSIONINFO BEGIN\n"
-                               "BLOCK \"VarFileInfo\" BEGIN VALUE \"Translation\", 0x409, 1200 END\n"
-                               "BLOCK \"StringFileInfo\" BEGIN\n"
-                               "  BLOCK \"040904B0\" BEGIN VALUE \"A\", \"xy\" END\n"
-                               "  BLOCK \"041D04B0\" BEGIN VALUE \"B\", \"z\" END\n"
-                               "END END\n";
+    const std::string script =
+        "1 VERSIONINFO BEGIN\n"
+        "BLOCK \"VarFileInfo\" BEGIN VALUE \"Translation\", 0x409, 1200 END\n"
+        "BLOCK \"StringFileInfo\" BEGIN\n"
+        "  BLOCK \"040904B0\" BEGIN VALUE \"A\", \"xy\" END\n"
+        "  BLOCK \"041D04B0\" BEGIN VALUE \"B\", \"z\" END\n"
+        "END END\n";
     Bytes fixed = Bytes().u32(0, 0, 0, 0, 0, 0, 0);
     Bytes vars = Bytes().u16(68, 0, 1).str("VarFileInfo").pad4();
     vars.u16(36, 4, 0).str("Translation").pad4().u32(0x04B00409);
@@ -124,8 +125,8 @@ TEST_F(VersionInfo, ExtendedDialectMeasuresWhatItWritesInScriptOrder) {
 TEST_F(VersionInfo, OverSixtyFourKilobytesIsAnError) {
     std::string values;
     for (int i = 0; i < 17000; i++) values += i % 100 ? ", 1, 2" : "\n, 1, 2";
-    EXPECT_EQ(compile_fail("1 VERSIONINFO BEGIN BLOCK \"VarFileInfo\" BEGIN VALUE \"T\"" +
-                           values + "\nEND END\n"),
+    EXPECT_EQ(compile_fail("1 VERSIONINFO BEGIN BLOCK \"VarFileInfo\" BEGIN VALUE \"T\"" + values +
+                           "\nEND END\n"),
               Lines{"173: error: Too large for a 16-bit field: VERSIONINFO length is 68136, at "
                     "most 65535."});
 }
@@ -155,14 +156,15 @@ TEST_F(VersionInfo, ExtendedDialectCompilesCommonVer) {
     const char* common_ver = "/usr/share/mingw-w64/include/common.ver";
     if (!std::filesystem::exists(common_ver)) GTEST_SKIP() << "no mingw-w64 headers";
     set_extended_mode();
-    auto e = compile_ok(std::string("#define VER_FILETYPE 2\n#define VER_FILESUBTYPE 0\n"
-                                    "#define VER_FILEFLAGSMASK 0x3F\n#define VER_FILEFLAGS 0\n"
-                                    "#define VER_FILEOS 0x40004\n#define VER_COMPANYNAME_STR \"Co\"\n"
-                                    "#define VER_FILEDESCRIPTION_STR L\"D\"\n#define EXPORT\n"
-                                    "#define EXPORT_CONTROLLED\n#define VER_INTERNALNAME_STR \"i\"\n"
-                                    "#define VER_PRODUCTVERSION_STR L\"5.\" L\"2.3790.\"\n"
-                                    "#define VER_ANSICP\n#define VS_VERSION_INFO 1\n#include \"") +
-                        common_ver + "\"\n");
+    auto e =
+        compile_ok(std::string("#define VER_FILETYPE 2\n#define VER_FILESUBTYPE 0\n"
+                               "#define VER_FILEFLAGSMASK 0x3F\n#define VER_FILEFLAGS 0\n"
+                               "#define VER_FILEOS 0x40004\n#define VER_COMPANYNAME_STR \"Co\"\n"
+                               "#define VER_FILEDESCRIPTION_STR L\"D\"\n#define EXPORT\n"
+                               "#define EXPORT_CONTROLLED\n#define VER_INTERNALNAME_STR \"i\"\n"
+                               "#define VER_PRODUCTVERSION_STR L\"5.\" L\"2.3790.\"\n"
+                               "#define VER_ANSICP\n#define VS_VERSION_INFO 1\n#include \"") +
+                   common_ver + "\"\n");
     ASSERT_EQ(heads(e), Lines{"#16 #1 0030 0409"});
     Lines nodes;
     walk(e[0].data, 0, 0, nodes);
