@@ -3,6 +3,7 @@
 // (a build tool turns this table into that MESSAGETABLE resource, so it stays
 // plain data). The driver compiles this file into itself as well.
 #include "diag/catalogue.h"
+#include "diag/codes.h"
 
 #include <cassert>
 
@@ -244,12 +245,16 @@ const CatalogueEntry entries[] = {
            u"Okänt alternativ /%1.\r\n"},
     {0x74, u"%1: aborted by user.\r\n",
            u"%1: avbrutet av användaren.\r\n"},
+    {0x75, u"Duplicate resource: type %1, name %2, language 0x%3!X!, first defined in %4 at line %5!u!.\r\n",
+           u"Dubblerad resurs: typ %1, namn %2, språk 0x%3!X!, först definierad i %4 på rad %5!u!.\r\n"},
+    {0x76, u"Too large for a 16-bit field: %1 is %2!u!, at most 65535.\r\n",
+           u"För stort för ett 16-bitarsfält: %1 är %2!u!, högst 65535.\r\n"},
 };
 // clang-format on
 
 constexpr uint32_t ID_BASE = 0x20000000;
 constexpr uint32_t ENTRY_COUNT = sizeof(entries) / sizeof(entries[0]);
-static_assert(ENTRY_COUNT == 0x74);
+static_assert(ENTRY_COUNT == MSG_LAST);
 
 } // namespace
 

@@ -2,12 +2,12 @@
 // written at once as one resource of 8-byte entries.
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "script/expr.h"
 #include "support/platform.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -65,7 +65,7 @@ bool parse_accelerator_options(AcceleratorEntry& entry) {
 AcceleratorEntry parse_accelerator() {
     AcceleratorEntry entry;
     bool type_needed = false;
-    if (token.kind != TK_STRING) {
+    if (!is_string(token.kind)) {
         entry.key = uint16_t(parse_expr16(true));
         type_needed = true;
     } else {

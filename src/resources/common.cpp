@@ -3,11 +3,14 @@
 // as NameOrOrdinals, and the verbose "Writing ..." line.
 #include "resources/common.h"
 
-#include "support/state.h"
+#include <algorithm>
+
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resources/rc_main.h"
+#include "resources/resdata.h"
 #include "script/expr.h"
+#include "support/state.h"
 #include "support/text.h"
 
 namespace tarn {
@@ -42,7 +45,41 @@ NameOrOrdinal ordinal_checked(uint32_t value, Msg warning) {
     return make_ordinal(uint16_t(value));
 }
 
+// A type or name as the duplicate message shows it: an ordinal in decimal.
+std::u16string name_text(const NameOrOrdinal& n) {
+    return is_ordinal(n) ? decimal_text(ordinal_of(n)) : n.units;
+}
+
+// A report placed at the start of the statement rather than where the
+// lexer has got to by the time the resource is written.
+template <class... A>
+void report_at(const DefinitionPlace& place, DiagnosticCode code, const A&... inserts) {
+    ScriptLocation now = script_location;
+    size_t n = std::min(place.file.size(), SCRIPT_FILE_UNITS - 1);
+    std::copy_n(place.file.data(), n, script_location.script_file);
+    script_location.script_file[n] = 0;
+    script_location.script_line = place.line;
+    report(code, inserts...);
+    script_location = now;
+}
+
 } // namespace
+
+uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
+                              const NameOrOrdinal& type, const NameOrOrdinal& name) {
+    if (compile_state.extended) {
+        std::u16string key =
+            type.units + u'\0' + name.units + u'\0' + char16_t(attributes.language);
+        const DefinitionPlace& here = resources_state.statement_place;
+        auto [at, added] = resources_state.written.try_emplace(std::move(key), here);
+        if (!added) {
+            report_at(here, error_code(MSG_DUPLICATE_RESOURCE), name_text(type), name_text(name),
+                      unsigned(attributes.language), at->second.file, at->second.line);
+            return WRITE_SKIPPED;
+        }
+    }
+    return write_resource_header(data_size, attributes, type, name);
+}
 
 ResourceAttributes default_attributes_copy() {
     return compile_state.default_attributes;
@@ -91,6 +128,12 @@ NameOrOrdinal name_of(const ScriptToken& name) {
 
 std::u16string find_resource_file(const std::u16string& name) {
     return findInclude(name.c_str(), false, resources_state.main_input.c_str());
+}
+
+bool fits_16(uint64_t value, const char16_t* what) {
+    if (value <= 0xFFFF) return true;
+    report(error_code(MSG_FIELD_TOO_LARGE), what, static_cast<unsigned long long>(value));
+    return false;
 }
 
 void show_writing(const std::u16string& type_text, const ScriptToken* name,

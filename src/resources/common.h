@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "resfile/writer.h"
 #include "script/lexer.h"
@@ -58,6 +59,10 @@ NameOrOrdinal type_ordinal(uint32_t value);
 // name_ordinal, identifier as its upper-cased text).
 NameOrOrdinal name_of(const ScriptToken& name);
 
+// Whether a count or length fits its 16-bit field; if not, an error says
+// which (`what`) and how large it is, rather than a wrapped value.
+bool fits_16(uint64_t value, const char16_t* what);
+
 // The verbose "Writing ..." line; name and attributes may be null.
 void show_writing(const std::u16string& type_text, const ScriptToken* name,
                   const ResourceAttributes* attributes);
@@ -66,6 +71,12 @@ void show_writing(const std::u16string& type_text, const ScriptToken* name,
 // dependency; returns 0 or a DiagnosticCode.
 uint32_t copy_file_resource(const NameOrOrdinal& name, const NameOrOrdinal& type,
                             const std::u16string& path, uint16_t memory_flags);
+
+// A string item of raw data (RCDATA, a control's creation data), which it
+// consumes: a narrow string as the low byte of each unit, no terminator; a
+// wide one as the low byte and a zero, deliberately dropping the high byte,
+// except in the extended dialect, which keeps whole UTF-16 units.
+void append_string_item(std::vector<uint8_t>& data);
 
 // A statement's file operand: a string literal or a name.
 bool names_file(const ScriptToken& t);
@@ -93,6 +104,9 @@ void compile_icon(const ScriptToken& name);
 void compile_cursor(const ScriptToken& name);
 void compile_bitmap(const ScriptToken& name);
 void compile_file_resource(const ScriptToken& name, uint16_t type); // ANICURSOR, HTML, ...
+// TOOLBAR, of the extended dialect: its type is a name, not a keyword.
+bool is_toolbar_type(const ScriptToken& type);
+void compile_toolbar(const ScriptToken& name);
 
 // Icons and cursors (resources/icon.cpp): the process-wide image ordinal
 // counter back to its just-loaded 0 (for resources_reset only), and the bit

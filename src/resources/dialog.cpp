@@ -7,6 +7,7 @@
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "script/expr.h"
+#include "support/state.h"
 #include "support/text.h"
 
 namespace tarn {
@@ -76,30 +77,46 @@ NameOrOrdinal class_from_string(const std::u16string& s) {
 
 // A string literal (consumed) or a number standing for an ordinal.
 NameOrOrdinal parse_text_or_ordinal() {
-    if (token.kind != TK_STRING) return make_ordinal(uint16_t(parse_expr16(true)));
+    if (!is_string(token.kind)) return make_ordinal(uint16_t(parse_expr16(true)));
     NameOrOrdinal text = make_name(token_string());
     next_token();
     return text;
 }
 
-void parse_control_rect(DialogControl& c) {
+// Whether the token can start a coordinate: commas between the fields are
+// optional.
+bool starts_field(int32_t kind) {
+    return kind == TK_COMMA || kind == TK_NUMBER || kind == TK_MINUS || kind == TK_TILDE ||
+           kind == TK_LPAREN;
+}
+
+// x, y, cx, cy; where the size is optional (the extended dialect's ICON,
+// whose size comes from its image) cx and cy are 0 when nothing follows y.
+void parse_control_rect(DialogControl& c, bool size_optional = false) {
     int16_t* fields[] = {&c.x, &c.y, &c.cx, &c.cy};
-    for (int16_t* f : fields) {
+    for (int i = 0; i < 4; i++) {
+        if (i == 2 && size_optional && !starts_field(token.kind)) return;
         accept(TK_COMMA);
-        *f = parse_expr16(true);
+        *fields[i] = parse_expr16(true);
     }
 }
 
-void add_control(DialogOptions& dialog, uint16_t class_ordinal, uint32_t style) {
+// 16 bits; the extended dialect's DIALOGEX has room for 32.
+uint32_t parse_control_id(const DialogOptions& dialog) {
+    if (dialog.extended && compile_state.extended) return parse_expr(true);
+    return uint16_t(parse_expr16(true));
+}
+
+void add_control(DialogOptions& dialog, const ControlKeyword& keyword) {
     DialogControl& c = dialog.controls.emplace_back();
-    c.style = style | CHILD_VISIBLE;
-    c.class_name = make_ordinal(class_ordinal);
+    c.style = keyword.style | CHILD_VISIBLE;
+    c.class_name = make_ordinal(keyword.class_ordinal);
     next_token();
-    if (class_ordinal == CLASS_BUTTON || class_ordinal == CLASS_STATIC)
+    if (keyword.class_ordinal == CLASS_BUTTON || keyword.class_ordinal == CLASS_STATIC)
         c.text = parse_text_or_ordinal();
     accept(TK_COMMA);
-    c.id = uint16_t(parse_expr16(true));
-    parse_control_rect(c);
+    c.id = parse_control_id(dialog);
+    parse_control_rect(c, keyword.kind == TK_ICON && compile_state.extended);
     if (!accept(TK_COMMA)) return;
     c.style = parse_style(c.style);
     if (!accept(TK_COMMA)) return;
@@ -112,9 +129,9 @@ void add_generic_control(DialogOptions& dialog, uint32_t style) {
     next_token();
     c.text = parse_text_or_ordinal();
     accept(TK_COMMA);
-    c.id = uint16_t(parse_expr16(true));
+    c.id = parse_control_id(dialog);
     accept(TK_COMMA);
-    if (token.kind == TK_STRING) c.class_name = class_from_string(token_string());
+    if (is_string(token.kind)) c.class_name = class_from_string(token_string());
     expect(TK_STRING);
     accept(TK_COMMA);
     c.style = parse_style(style);
@@ -126,15 +143,10 @@ void add_generic_control(DialogOptions& dialog, uint32_t style) {
     c.help_id = parse_expr(false);
 }
 
-// Wide characters keep only their low byte, as in raw data.
 void parse_creation_data(std::vector<uint8_t>& data) {
     while (!accept(TK_END)) {
         if (token.kind == TK_STRING || token.kind == TK_WSTRING) {
-            for (uint64_t i = 0; i < token.length; i++) {
-                data.push_back(uint8_t(token.text[i]));
-                if (token.kind == TK_WSTRING) data.push_back(0);
-            }
-            next_token();
+            append_string_item(data);
         } else {
             bool is_long = token.is_long; // the item's width is that of the last number lexed
             uint32_t v = parse_expr(true);
@@ -166,7 +178,7 @@ uint32_t window_style(const DialogOptions& d) {
 }
 
 void put_dialog_header(ResData& out, const DialogOptions& d) {
-    uint16_t count = uint16_t(d.controls.size());
+    uint16_t count = uint16_t(d.controls.size()); // checked to fit
     if (d.extended) {
         out.u16(1);
         out.u16(0xFFFF);
@@ -207,7 +219,7 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
     if (extended)
         out.u32(c.id);
     else
-        out.u16(c.id);
+        out.u16(uint16_t(c.id));
     out.name(c.class_name);
     out.name(c.text);
     out.u16(uint16_t(c.creation_data.size()));
@@ -228,7 +240,7 @@ uint32_t write_dialog(const ScriptToken& name, const ResourceAttributes& attribu
 void parse_font(DialogOptions& d) {
     d.point_size = uint16_t(parse_expr16(true));
     accept(TK_COMMA);
-    if (token.kind == TK_STRING) d.font_face = token_string();
+    if (is_string(token.kind)) d.font_face = token_string();
     expect(TK_STRING);
     if (!d.extended) return;
     d.weight = 0;
@@ -244,7 +256,7 @@ void parse_font(DialogOptions& d) {
 
 // The menu keeps its name as written: no upper-casing here.
 void parse_dialog_menu(DialogOptions& d) {
-    if (token.kind != TK_STRING && token.kind != TK_NAME) {
+    if (!is_string(token.kind) && token.kind != TK_NAME) {
         d.menu = make_ordinal(uint16_t(parse_expr16(true)));
         return;
     }
@@ -270,11 +282,11 @@ bool parse_dialog_option(DialogOptions& d) {
     }
     switch (kind) {
     case TK_CAPTION:
-        if (token.kind == TK_STRING) d.caption = token_string();
+        if (is_string(token.kind)) d.caption = token_string();
         expect(TK_STRING);
         break;
     case TK_CLASS:
-        if (token.kind == TK_STRING) {
+        if (is_string(token.kind)) {
             d.class_name = make_name(token_string());
             next_token();
         } else {
@@ -317,15 +329,17 @@ void compile_dialog(const ScriptToken& name, int extended) {
             if (k->kind == TK_CONTROL)
                 add_generic_control(d, k->style);
             else
-                add_control(d, k->class_ordinal, k->style);
+                add_control(d, *k);
             if (d.extended && accept(TK_BEGIN))
                 parse_creation_data(d.controls.back().creation_data);
         } else if (token.kind != TK_END) {
             report(error_code(MSG_INVALID_SYNTAX)); // the token is left to the statement loop
             return;
         }
-        if (accept(TK_END)) {
-            report(write_dialog(name, attributes, d));
+        if (token.kind == TK_END) {
+            bool fits = fits_16(d.controls.size(), u"dialog control count"); // at the END
+            next_token();
+            if (fits) report(write_dialog(name, attributes, d));
             return;
         }
     }

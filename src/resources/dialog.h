@@ -15,7 +15,7 @@ struct DialogControl {
     uint32_t extended_style = 0;
     uint32_t style = 0;
     int16_t x = 0, y = 0, cx = 0, cy = 0;
-    uint16_t id = 0;
+    uint32_t id = 0; // 16 bits but in the extended dialect's DIALOGEX
     uint32_t help_id = 0;
     NameOrOrdinal class_name; // empty: written as the empty string
     NameOrOrdinal text;

@@ -27,7 +27,7 @@ uint32_t write_dlginclude(const ScriptToken& name, const std::u16string& file) {
 } // namespace
 
 void compile_dlginclude(const ScriptToken& name) {
-    if (token.kind == TK_STRING) report(write_dlginclude(name, token_string()));
+    if (is_string(token.kind)) report(write_dlginclude(name, token_string()));
     expect(TK_STRING);
 }
 

@@ -5,10 +5,11 @@
 #include <cstring>
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
+#include "resources/resdata.h"
 #include "support/files.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -56,7 +57,7 @@ uint32_t check_riff(FileHandle f) {
 // Header, the rest of the open file, padding; every failure here is fatal.
 uint32_t write_file_data(uint32_t size, const ResourceAttributes& attributes,
                          const NameOrOrdinal& type, const NameOrOrdinal& name, FileHandle f) {
-    uint32_t e = write_resource_header(size, attributes, type, name);
+    uint32_t e = write_header_checked(size, attributes, type, name);
     if (!e) e = copy_file_rest(f);
     if (!e) e = pad_to_4(size);
     return e ? fatal_system_code(e) : 0;
@@ -86,7 +87,7 @@ uint32_t write_bitmap_data(const NameOrOrdinal& name, const std::vector<uint8_t>
     if (bytes.size() < BITMAP_FILE_HEADER || read_u16(bytes.data()) != BITMAP_MAGIC)
         return error_code(MSG_INVALID_FILE);
     uint32_t size = uint32_t(bytes.size()) - BITMAP_FILE_HEADER;
-    uint32_t e = write_resource_header(size, attributes, make_ordinal(RT_BITMAP), name);
+    uint32_t e = write_header_checked(size, attributes, make_ordinal(RT_BITMAP), name);
     if (!e) e = write_bytes(bytes.data() + BITMAP_FILE_HEADER, size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;

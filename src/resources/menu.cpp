@@ -9,6 +9,7 @@
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "script/expr.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -17,6 +18,7 @@ namespace {
 constexpr uint16_t MF_POPUP = 0x0010;
 constexpr uint16_t MF_END = 0x0080;            // last item of its level
 constexpr uint16_t MF_SEPARATOR_MARK = 0x1000; // internal, never written
+constexpr uint32_t MFT_SEPARATOR = 0x800;      // MENUEX item type
 constexpr uint16_t MFR_POPUP = 0x01;
 constexpr uint16_t MFR_END = 0x80;
 constexpr int MENU_LEVELS = 8; // the menu itself and at most 7 open popups
@@ -57,7 +59,7 @@ void parse_menu_options(MenuNode& node) {
 }
 
 void parse_item_text(MenuNode& node) {
-    if (token.kind == TK_STRING) node.text = token_string();
+    if (is_string(token.kind)) node.text = token_string();
     expect(TK_STRING);
 }
 
@@ -76,10 +78,12 @@ void parse_ex_fields(MenuNode& node, bool popup) {
 std::unique_ptr<MenuNode> parse_menuitem(bool extended) {
     auto node = std::make_unique<MenuNode>();
     next_token();
-    if (extended) {
+    if (extended && compile_state.extended && accept(TK_SEPARATOR)) {
+        node->type = MFT_SEPARATOR; // and no text
+    } else if (extended) {
         parse_item_text(*node);
         parse_ex_fields(*node, false);
-    } else if (token.kind == TK_STRING) {
+    } else if (is_string(token.kind)) {
         parse_item_text(*node);
         accept(TK_COMMA);
         node->id = uint16_t(parse_expr16(true));

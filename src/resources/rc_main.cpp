@@ -8,13 +8,13 @@
 #include <cstring>
 #include <vector>
 
-#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "resfile/writer.h"
 #include "resources/common.h"
 #include "resources/stringtable.h"
 #include "script/lexer.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -88,6 +88,7 @@ void keep_token(ScriptToken& kept, const ScriptToken& t) {
     kept.length = t.length;
     kept.is_long = t.is_long;
     size_t units = std::max<size_t>(t.length, 2) + 1;
+    kept.text.ensure(units);
     std::memcpy(kept.text, t.text, units * sizeof(char16_t));
 }
 
@@ -95,12 +96,20 @@ void keep_token(ScriptToken& kept, const ScriptToken& t) {
 // so one place each serves every statement.
 void named_statement() {
     static ScriptToken name, type;
+    if (compile_state.extended) // the place of its name, for the duplicate check
+        resources_state.statement_place = {script_location.script_file,
+                                           script_location.script_line};
     keep_token(name, token);
     if (name.kind == TK_NAME) upper_case(name);
     next_token();
     if (Handler handler = find_handler(token.kind)) {
         next_token();
         handler(name);
+        return;
+    }
+    if (compile_state.extended && is_toolbar_type(token)) {
+        next_token();
+        compile_toolbar(name);
         return;
     }
     if (!can_be_type(token.kind)) {

@@ -4,7 +4,9 @@
 
 #include "diag/report.h"
 #include "resources/common.h"
+#include "resources/resdata.h"
 #include "script/expr.h"
+#include "support/state.h"
 #include "support/text.h"
 
 namespace tarn {
@@ -18,16 +20,11 @@ void append_le(std::vector<uint8_t>& data, uint32_t value, int bytes) {
     for (int i = 0; i < bytes; ++i) data.push_back(uint8_t(value >> (8 * i)));
 }
 
-// One item: a narrow string as its low bytes, a wide string as its low
-// bytes each followed by a zero, or a number in 4 bytes when the last number
-// lexed carried "L", else in 2.
+// One item: a string (see append_string_item), or a number in 4 bytes when
+// the last number lexed carried "L", else in 2.
 void read_item(std::vector<uint8_t>& data) {
     if (token.kind == TK_STRING || token.kind == TK_WSTRING) {
-        for (size_t i = 0; i < token.length; ++i) {
-            data.push_back(uint8_t(token.text[i]));
-            if (token.kind == TK_WSTRING) data.push_back(0);
-        }
-        next_token();
+        append_string_item(data);
         return;
     }
     bool is_long = token.is_long;
@@ -45,10 +42,10 @@ std::vector<uint8_t> read_items() {
     return data;
 }
 
-uint32_t write_rcdata(const NameOrOrdinal& name, const ResourceAttributes& attributes,
-                      const std::vector<uint8_t>& data) {
+uint32_t write_rcdata(const NameOrOrdinal& name, const NameOrOrdinal& type,
+                      const ResourceAttributes& attributes, const std::vector<uint8_t>& data) {
     uint32_t size = uint32_t(data.size());
-    uint32_t e = write_resource_header(size, attributes, make_ordinal(RT_RCDATA), name);
+    uint32_t e = write_header_checked(size, attributes, type, name);
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;
@@ -61,8 +58,17 @@ std::u16string user_type_text(const ScriptToken& type) {
 
 } // namespace
 
+void append_string_item(std::vector<uint8_t>& data) {
+    bool whole_units = token.kind == TK_WSTRING && compile_state.extended;
+    for (size_t i = 0; i < token.length; ++i) {
+        data.push_back(uint8_t(token.text[i]));
+        if (token.kind == TK_WSTRING) data.push_back(whole_units ? uint8_t(token.text[i] >> 8) : 0);
+    }
+    next_token();
+}
+
 bool names_file(const ScriptToken& t) {
-    return t.kind == TK_STRING || t.kind == TK_NAME;
+    return is_string(t.kind) || t.kind == TK_NAME;
 }
 
 void compile_rcdata(const ScriptToken& name) {
@@ -76,14 +82,20 @@ void compile_rcdata(const ScriptToken& name) {
         return;
     }
     std::vector<uint8_t> data = read_items();
-    report(write_rcdata(name_of(name), attributes, data));
+    report(write_rcdata(name_of(name), make_ordinal(RT_RCDATA), attributes, data));
 }
 
+// The extended dialect also takes the optional statements and inline data
+// as RCDATA does (TEXTINCLUDE, DLGINIT and the like are written so); as
+// there, only the memory flags travel with the file form.
 void compile_user_resource(const ScriptToken& name, const ScriptToken& type) {
     uint16_t flags = parse_memory_flags(USER_RESOURCE_FLAGS);
     ResourceAttributes attributes = default_attributes_copy();
+    ResourceAttributes inline_attributes = attributes;
+    if (compile_state.extended) parse_optional_statements(inline_attributes, nullptr);
     show_writing(user_type_text(type), &name, &attributes);
-    if (!names_file(token)) {
+    bool inline_data = compile_state.extended && token.kind == TK_BEGIN;
+    if (!names_file(token) && !inline_data) {
         report(error_code(MSG_INVALID_SYNTAX));
         return;
     }
@@ -91,7 +103,13 @@ void compile_user_resource(const ScriptToken& name, const ScriptToken& type) {
     NameOrOrdinal type_name = type.kind == TK_NUMBER
                                   ? type_ordinal(number_value(type))
                                   : make_name(std::u16string_view(type.text, type.length));
-    copy_named_file(resource, type_name, flags);
+    if (!inline_data) {
+        copy_named_file(resource, type_name, flags);
+        return;
+    }
+    std::vector<uint8_t> data = read_items();
+    inline_attributes.memory_flags = flags;
+    report(write_rcdata(resource, type_name, inline_attributes, data));
 }
 
 } // namespace tarn

@@ -47,6 +47,9 @@ struct ResData {
             str(n.units);
         }
     }
+    // Overwrites a 16-bit field written before, such as a length known only
+    // once what it measures has been written.
+    void set16(size_t at, uint16_t v) { put16(buffer.get() + at, v); }
     // Resource data start on a multiple of 4 of the file, so aligning the
     // data offset aligns the file position.
     void pad4() {
@@ -91,13 +94,23 @@ inline std::u16string token_string() {
     return std::u16string(token.text);
 }
 
+// A code that stops a resource's writing and reports nothing more.
+constexpr uint32_t WRITE_SKIPPED = SEVERITY_ERROR;
+
+// write_resource_header, except that in the extended dialect a resource of
+// the same type, name and language as one already written is reported as an
+// error naming the first one's place, and WRITE_SKIPPED comes back: the
+// linker would reject such a file later, far from the cause.
+uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
+                              const NameOrOrdinal& type, const NameOrOrdinal& name);
+
 // Header, data, and the padding after the data. `data_size` is the size
 // the header announces, which some layouts compute apart from what they
 // write. Returns 0 or the writer's code with the fatal bit.
 inline uint32_t write_resource(uint32_t data_size, const ResourceAttributes& attributes,
                                const NameOrOrdinal& type, const NameOrOrdinal& name,
                                const ResData& data) {
-    uint32_t e = write_resource_header(data_size, attributes, type, name);
+    uint32_t e = write_header_checked(data_size, attributes, type, name);
     if (!e && data.size()) e = write_bytes(data.data(), data.size());
     if (!e) e = pad_to_4(output_position());
     return e ? e | CODE_FATAL : 0;

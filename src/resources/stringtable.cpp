@@ -6,11 +6,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
+#include "resources/resdata.h"
 #include "resources/stringtable.h"
 #include "script/expr.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -20,20 +21,25 @@ namespace {
 
 constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
 constexpr uint32_t BLOCK_SLOTS = 16;
-constexpr size_t CHUNK_UNITS = 64 * 1024; // more than the longest string's units
+constexpr size_t CHUNK_UNITS = 64 * 1024; // more than a string's units, as a rule
 
-// The current string as a length word, its units and a zero unit.
+// The current string as a length word, its units and a zero unit. A string
+// longer than a chunk (only the extended dialect reads one) gets a chunk of
+// its own, which counts as full.
 const char16_t* keep_text() {
     StringTableState& st = string_tables;
     size_t units = token.length + 2;
-    if (st.chunks.empty() || st.chunk_used + units > CHUNK_UNITS) {
+    if (units > CHUNK_UNITS) {
+        st.chunks.emplace_back(new char16_t[units]);
+        st.chunk_used = CHUNK_UNITS;
+    } else if (st.chunks.empty() || st.chunk_used + units > CHUNK_UNITS) {
         st.chunks.emplace_back(new char16_t[CHUNK_UNITS]);
         st.chunk_used = 0;
     }
-    char16_t* text = st.chunks.back().get() + st.chunk_used;
-    st.chunk_used += units;
+    char16_t* text = st.chunks.back().get() + (units > CHUNK_UNITS ? 0 : st.chunk_used);
+    if (units <= CHUNK_UNITS) st.chunk_used += units;
     text[0] = char16_t(token.length + (compile_state.null_append ? 1 : 0));
-    std::copy(token.text, token.text + token.length, text + 1);
+    std::copy(token.text.data(), token.text.data() + token.length, text + 1);
     text[token.length + 1] = 0;
     return text;
 }
@@ -81,8 +87,8 @@ uint32_t write_block(const Block& b, std::vector<uint8_t>& data) {
     }
     uint32_t size = uint32_t(data.size());
     const ResourceAttributes& attributes = string_tables.statements[b.first->statement];
-    uint32_t e = write_resource_header(size, attributes, make_ordinal(RT_STRING),
-                                       make_ordinal(uint16_t(block_id(*b.first))));
+    uint32_t e = write_header_checked(size, attributes, make_ordinal(RT_STRING),
+                                      make_ordinal(uint16_t(block_id(*b.first))));
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;
@@ -102,7 +108,9 @@ void compile_string_table() {
     do {
         uint16_t id = uint16_t(parse_expr16(true));
         accept(TK_COMMA);
-        if (token.kind == TK_STRING) st.entries.push_back({keep_text(), statement, id});
+        if (is_string(token.kind) && fits_16(token.length + (compile_state.null_append ? 1 : 0),
+                                             u"STRINGTABLE string length"))
+            st.entries.push_back({keep_text(), statement, id});
         expect(TK_STRING);
     } while (!accept(TK_END));
 }

@@ -8,6 +8,7 @@
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "script/expr.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -71,10 +72,19 @@ struct VarEntry {
     std::vector<uint32_t> values;
 };
 
+// One BLOCK "StringFileInfo" or "VarFileInfo": its blocks or entries are
+// `count` of the lists from `first`. The extended dialect writes each in
+// script order; the design writes all string tables, then all vars.
+struct TopBlock {
+    bool is_var;
+    size_t first, count;
+};
+
 struct VersionInfo {
     uint32_t fixed[FIXED_FIELDS] = {FIXED_SIGNATURE, FIXED_STRUCTURE_VERSION};
     std::vector<StringTableBlock> blocks;
     std::vector<VarEntry> vars;
+    std::vector<TopBlock> order;
 };
 
 // Up to four parts; each after the first only behind a comma.
@@ -101,7 +111,7 @@ void parse_version_fixed(VersionInfo& info) {
 
 // A string literal's text into `out`, then the expect that consumes it.
 bool take_string(std::u16string& out) {
-    bool present = token.kind == TK_STRING;
+    bool present = is_string(token.kind);
     if (present) out = token_string();
     expect(TK_STRING);
     return present;
@@ -110,7 +120,7 @@ bool take_string(std::u16string& out) {
 void parse_string_table_block(std::vector<StringTableBlock>& blocks) {
     StringTableBlock block;
     expect(TK_BLOCK);
-    if (token.kind == TK_STRING) block.name = token_string().substr(0, BLOCK_NAME_UNITS);
+    if (is_string(token.kind)) block.name = token_string().substr(0, BLOCK_NAME_UNITS);
     expect(TK_STRING);
     expect(TK_BEGIN);
     while (!accept(TK_END)) {
@@ -148,16 +158,20 @@ void parse_var_entry(std::vector<VarEntry>& vars) {
 
 void parse_blocks(VersionInfo& info) {
     while (accept(TK_BLOCK)) {
-        if (token.kind != TK_STRING) continue;
+        if (!is_string(token.kind)) continue;
         std::u16string block = token_string();
         if (block == u"StringFileInfo") {
             expect(TK_STRING);
             expect(TK_BEGIN);
+            size_t first = info.blocks.size();
             while (!accept(TK_END)) parse_string_table_block(info.blocks);
+            info.order.push_back({false, first, info.blocks.size() - first});
         } else if (block == u"VarFileInfo") {
             expect(TK_STRING);
             expect(TK_BEGIN);
+            size_t first = info.vars.size();
             while (!accept(TK_END)) parse_var_entry(info.vars);
+            info.order.push_back({true, first, info.vars.size() - first});
         } else {
             next_token(); // an unknown block: its body is not skipped
         }
@@ -240,15 +254,79 @@ void put_var_file_info(ResData& out, const std::vector<VarEntry>& vars) {
     }
 }
 
+// The extended dialect's layout: the same nodes, each block in script order,
+// every length measured on the bytes written (a node's header is written
+// with length 0 and set when the node is complete), so that no length falls
+// short where padding runs between blocks.
+size_t open_node(ResData& out, uint32_t value_length, uint16_t type, std::u16string_view key) {
+    out.pad4();
+    size_t at = out.size();
+    put_node_header(out, 0, value_length, type);
+    out.str(key);
+    return at;
+}
+
+void close_node(ResData& out, size_t at) {
+    out.set16(at, uint16_t(out.size() - at)); // the whole is checked to fit
+}
+
+void put_string_blocks(ResData& out, const StringTableBlock* blocks, size_t count) {
+    size_t whole = open_node(out, 0, NODE_TEXT, u"StringFileInfo");
+    for (const StringTableBlock* b = blocks; b != blocks + count; ++b) {
+        size_t block = open_node(out, 0, NODE_TEXT, b->name);
+        for (const StringPair& p : b->pairs) {
+            size_t pair = open_node(out, uint32_t(p.value.size()) + 1, NODE_TEXT, p.key);
+            out.pad4();
+            out.str(p.value);
+            close_node(out, pair);
+        }
+        close_node(out, block);
+    }
+    close_node(out, whole);
+}
+
+void put_var_entries(ResData& out, const VarEntry* vars, size_t count) {
+    size_t whole = open_node(out, 0, NODE_TEXT, u"VarFileInfo");
+    for (const VarEntry* v = vars; v != vars + count; ++v) {
+        size_t entry = open_node(out, 4 * uint32_t(v->values.size()), NODE_BINARY, v->key);
+        out.pad4();
+        for (uint32_t value : v->values) out.u32(value);
+        close_node(out, entry);
+    }
+    close_node(out, whole);
+}
+
+void put_version_tree(ResData& out, const VersionInfo& info) {
+    size_t root = open_node(out, FIXED_INFO_SIZE, NODE_BINARY, u"VS_VERSION_INFO");
+    out.pad4();
+    for (uint32_t v : info.fixed) out.u32(v);
+    for (const TopBlock& top : info.order) {
+        if (top.is_var)
+            put_var_entries(out, info.vars.data() + top.first, top.count);
+        else
+            put_string_blocks(out, info.blocks.data() + top.first, top.count);
+    }
+    close_node(out, root);
+}
+
 uint32_t write_versioninfo(const ScriptToken& name, const VersionInfo& info, uint16_t flags) {
     ResData data;
-    uint32_t size = root_size(info);
-    put_node_header(data, size, FIXED_INFO_SIZE, NODE_BINARY);
-    data.str(u"VS_VERSION_INFO");
-    data.pad4();
-    for (uint32_t v : info.fixed) data.u32(v);
-    if (!info.blocks.empty()) put_string_file_info(data, info.blocks);
-    if (!info.vars.empty()) put_var_file_info(data, info.vars);
+    uint32_t size;
+    if (compile_state.extended) {
+        put_version_tree(data, info);
+        size = data.size();
+    } else {
+        size = root_size(info);
+        put_node_header(data, size, FIXED_INFO_SIZE, NODE_BINARY);
+        data.str(u"VS_VERSION_INFO");
+        data.pad4();
+        for (uint32_t v : info.fixed) data.u32(v);
+        if (!info.blocks.empty()) put_string_file_info(data, info.blocks);
+        if (!info.vars.empty()) put_var_file_info(data, info.vars);
+    }
+    // Every node is part of the root, so the root's length is the one that
+    // can outgrow its 16 bits.
+    if (!fits_16(size, u"VERSIONINFO length")) return 0;
     ResourceAttributes attributes = default_attributes_copy();
     attributes.memory_flags = flags;
     return write_resource(size, attributes, make_ordinal(RT_VERSION), name_of(name), data);

@@ -12,6 +12,7 @@
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "support/platform.h"
+#include "support/state.h"
 #include "support/text.h"
 
 namespace tarn {
@@ -242,31 +243,43 @@ void read_number(char16_t first) {
     set_number(value);
 }
 
+// Stores a unit of a name or literal at n, growing the text where the
+// extended dialect lets a token run past its usual room.
+void put_unit(size_t& n, char16_t c) {
+    if (n + 1 >= token.text.capacity()) token.text.ensure(n + 2);
+    token.text[n++] = c;
+}
+
+// Names stop after 256 units, and the rest starts the next token; the
+// extended dialect reads a name whole.
 void read_name(char16_t first) {
+    size_t limit = compile_state.extended ? SIZE_MAX : NAME_UNITS;
     size_t n = 0;
     token.text[n++] = first;
     // ASCII name units in bulk; the loop after it reads whatever ends the
     // name as before.
     take_from_block([&](char16_t c) {
-        if (n >= NAME_UNITS || !has_class(c, CH_NAME)) return false;
-        token.text[n++] = c;
+        if (n >= limit || !has_class(c, CH_NAME)) return false;
+        put_unit(n, c);
         return true;
     });
     char16_t c = 0;
-    while (n < NAME_UNITS && is_name_char(c = get_char())) token.text[n++] = c;
-    if (n < NAME_UNITS) push_back(c);
+    while (n < limit && is_name_char(c = get_char())) put_unit(n, c);
+    if (n < limit) push_back(c);
     token.text[n] = 0;
     token.length = n;
     token.kind = keyword_kind(token.text);
 }
 
-// Collects the units of a literal, dropping those beyond the limit.
+// Collects the units of a literal, dropping those beyond the limit (none
+// in the extended dialect).
 struct LiteralText {
     size_t n = 0;
+    size_t limit = compile_state.extended ? SIZE_MAX : STRING_UNITS;
     bool truncated = false;
     void put(char16_t c) {
-        if (n < STRING_UNITS)
-            token.text[n++] = c;
+        if (n < limit)
+            put_unit(n, c);
         else
             truncated = true;
     }
@@ -278,8 +291,10 @@ struct LiteralText {
     }
 };
 
-// After a backslash: stores the unit(s) the escape stands for.
-void read_escape(LiteralText& out) {
+// After a backslash: stores the unit(s) the escape stands for. "\x" takes
+// any number of digits, except in the wide pieces of the extended dialect,
+// where four make one unit as a C compiler reads them.
+void read_escape(LiteralText& out, bool wide) {
     struct Simple {
         char16_t c, value;
     };
@@ -298,8 +313,11 @@ void read_escape(LiteralText& out) {
     }
     if (c == u'x') {
         char16_t value = 0;
-        for (int d; (d = hex_value(c = get_char())) >= 0;) value = char16_t(value * 16 + d);
-        push_back(c);
+        int most = wide && compile_state.extended ? 4 : INT32_MAX;
+        int digits = 0;
+        for (int d; digits < most && (d = hex_value(c = get_char())) >= 0; ++digits)
+            value = char16_t(value * 16 + d);
+        if (digits < most) push_back(c);
         out.put(value);
         return;
     }
@@ -322,11 +340,37 @@ void take_plain_units(LiteralText& out) {
     });
 }
 
+// After a closing quote and the blanks behind it: whether another literal
+// follows that joins this one; if not, what was read goes back. Narrow
+// literals join narrow ones; in the extended dialect any two join, and a
+// wide piece makes the whole wide (as the version headers build their texts
+// from pieces of both kinds).
+bool joins_next(char16_t c, int32_t& kind, bool& wide_piece) {
+    if (c == u'"' && (kind == TK_STRING || compile_state.extended)) {
+        wide_piece = false;
+        return true;
+    }
+    if (c != u'L' || !compile_state.extended) {
+        push_back(c);
+        return false;
+    }
+    char16_t quote = get_char();
+    if (quote != u'"') {
+        push_back(quote);
+        push_back(c);
+        return false;
+    }
+    kind = TK_WSTRING;
+    wide_piece = true;
+    return true;
+}
+
 void read_string(int32_t kind) {
     LiteralText out;
+    bool wide_piece = kind == TK_WSTRING;
     for (char16_t c; (take_plain_units(out), c = get_char()) != 0;) {
         if (c == u'\\') {
-            read_escape(out);
+            read_escape(out, wide_piece);
             continue;
         }
         if (c != u'"') {
@@ -338,11 +382,12 @@ void read_string(int32_t kind) {
             out.put(c);
             continue;
         }
-        if (kind == TK_STRING) {
+        if (kind == TK_STRING || compile_state.extended) {
             while (is_blank(c)) c = get_char();
-            if (c == u'"') continue;
+            if (joins_next(c, kind, wide_piece)) continue;
+        } else {
+            push_back(c);
         }
-        push_back(c);
         break;
     }
     out.finish(kind);
@@ -485,8 +530,16 @@ DiagnosticCode mismatch_code(int32_t expected) {
 
 } // namespace
 
+bool is_string(int32_t kind) {
+    return kind == TK_STRING || (kind == TK_WSTRING && compile_state.extended);
+}
+
 bool expect(int32_t kind) {
     if (accept(kind)) return true;
+    if (kind == TK_STRING && is_string(token.kind)) {
+        next_token();
+        return true;
+    }
     report(mismatch_code(kind), token_display());
     if (token.kind == TK_EOF)
         report(fatal_code(MSG_UNEXPECTED_EOF));

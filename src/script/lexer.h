@@ -3,9 +3,11 @@
 // inspects and advances, and the script location for diagnostics.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tarn {
 
@@ -112,11 +114,30 @@ constexpr int32_t TK_LAST_KEYWORD = TK_VXD;
 constexpr size_t TOKEN_TEXT_UNITS = 4096;
 constexpr size_t SCRIPT_FILE_UNITS = 260;
 
+// A token's units: 4096 to start with, as the design has them; only the
+// extended dialect, which has no limit on a literal or a name, grows them.
+// It reads as a plain array of units.
+struct TokenText {
+    TokenText() : units(TOKEN_TEXT_UNITS) {}
+    operator char16_t*() { return units.data(); }
+    operator const char16_t*() const { return units.data(); }
+    char16_t* data() { return units.data(); }
+    const char16_t* data() const { return units.data(); }
+    size_t capacity() const { return units.size(); }
+    // Room for n units at least; what is held stays.
+    void ensure(size_t n) {
+        if (n > units.size()) units.resize(std::max(n, 2 * units.size()));
+    }
+
+  private:
+    std::vector<char16_t> units;
+};
+
 struct ScriptToken {
     int32_t kind = TK_EOF;
-    uint64_t length = 0;                  // units in text (strings, names)
-    int32_t is_long = 0;                  // the last number ended in "l" or "L"
-    char16_t text[TOKEN_TEXT_UNITS] = {}; // zero-terminated; see number_value
+    uint64_t length = 0; // units in text (strings, names)
+    int32_t is_long = 0; // the last number ended in "l" or "L"
+    TokenText text;      // zero-terminated; see number_value
 };
 
 // A number's value is kept in the first four bytes of text.
@@ -145,7 +166,12 @@ inline bool accept(int32_t kind) {
     next_token();
     return true;
 }
+// Expecting a string literal (TK_STRING) takes a wide one as well in the
+// extended dialect.
 bool expect(int32_t kind);
+// Whether the kind is a string literal that a statement takes as text: the
+// narrow one, and in the extended dialect the wide one too.
+bool is_string(int32_t kind);
 // The current token as "found: %1" shows it.
 std::u16string token_display();
 

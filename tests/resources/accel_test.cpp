@@ -46,4 +46,15 @@ TEST_F(Accelerators, Failures) {
     });
 }
 
+TEST_F(Accelerators, ExtendedDialectTakesWideKeys) {
+    expect_dialects({
+        {"1 ACCELERATORS BEGIN L\"^b\", 1\nL\"\\x263a\", 2 END\n",
+         fails({"1: error: Number expected (found: L\"STRING\").",
+                "2: error: Type needed; use VIRTKEY or ASCII.",
+                "2: error: Number expected (found: L\"STRING\").",
+                "2: error: Type needed; use VIRTKEY or ASCII."}),
+         gives({Bytes().u16(0, 2, 1, 0, 0x80, 0x263A, 2, 0)})},
+    });
+}
+
 } // namespace

@@ -119,4 +119,90 @@ TEST_F(Dialogs, Failures) {
     });
 }
 
+TEST_F(Dialogs, ExtendedDialect) {
+    Bytes header = Bytes().u32(0x80880000, 0).u16(1, 0, 0, 1, 1).u16(0, 0, 0);
+    auto ex_header = [](uint16_t count) {
+        return Bytes()
+            .u16(1, 0xFFFF)
+            .u32(0, 0, 0x80880000)
+            .u16(count, 0, 0, 1, 1)
+            .u16(0, 0, 0)
+            .pad4();
+    };
+    Bytes ex = ex_header(2), ex1 = ex_header(1);
+    Bytes wide = Bytes().u32(0x80C80040, 0).u16(1, 0, 0, 1, 1).u16(0, 0).u16(0x263A, 0).u16(8);
+    wide.str("f").pad4().u32(0x50000000, 0).u16(0, 0, 1, 1, 1).ord(0x80).u16(0x263A, 0).u16(0);
+    expect_dialects({
+        // ICON with a place and no size.
+        {"1 DIALOG 0, 0, 1, 1 BEGIN ICON \"\", 10, 20, 70 END\n",
+         fails({"1: error: Number expected (found: end).",
+                "1: error: Number expected (found: end)."}),
+         gives({Bytes(header).u32(0x50000003, 0).u16(20, 70, 0, 0, 10).ord(0x82).str("").u16(0)})},
+        // DIALOGEX control ids of 32 bits.
+        {"1 DIALOGEX 0, 0, 1, 1 BEGIN LTEXT \"\", -1, 0, 0, 1, 1\nLTEXT \"\", 70000, 0, 0, 1, 1 "
+         "END\n",
+         gives({Bytes(ex)
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(0xFFFF)
+                    .ord(0x82)
+                    .str("")
+                    .u16(0)
+                    .pad4()
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(4464)
+                    .ord(0x82)
+                    .str("")
+                    .u16(0)},
+               {"2: warning: Numeric value outside bounds."}),
+         gives({Bytes(ex)
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(0xFFFFFFFF)
+                    .ord(0x82)
+                    .str("")
+                    .u16(0)
+                    .pad4()
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(70000)
+                    .ord(0x82)
+                    .str("")
+                    .u16(0)})},
+        // Wide caption, face, text and class keep whole UTF-16 units.
+        {"1 DIALOG 0, 0, 1, 1 CAPTION L\"\\x263a\" FONT 8, L\"f\"\n"
+         "BEGIN CONTROL L\"\\x263a\", 1, L\"Button\", 0, 0, 0, 1, 1 END\n",
+         fails({"1: error: String literal expected (found: L\"STRING\").",
+                "1: error: String literal expected (found: L\"STRING\").",
+                "2: error: Number expected (found: L\"STRING\").",
+                "2: error: String literal expected (found: L\"STRING\")."}),
+         gives({wide})},
+        // Creation data: a wide character's high byte is kept.
+        {"1 DIALOGEX 0, 0, 1, 1 BEGIN LTEXT \"\", 1, 0, 0, 1, 1 BEGIN L\"\\x4142\" END END\n",
+         gives({Bytes(ex1)
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(1)
+                    .ord(0x82)
+                    .str("")
+                    .u16(2, 0x0042)}),
+         gives({Bytes(ex1)
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(1)
+                    .ord(0x82)
+                    .str("")
+                    .u16(2, 0x4142)})},
+    });
+}
+
+TEST_F(Dialogs, MoreControlsThanTheCountHoldsIsAnError) {
+    std::string script = "1 DIALOG 0, 0, 1, 1 BEGIN\n";
+    for (int i = 0; i < 70000; i++) script += "LTEXT \"\", 1, 0, 0, 1, 1\n";
+    EXPECT_EQ(compile_fail(script + "END\n"),
+              Lines{"70002: error: Too large for a 16-bit field: dialog control count is 70000, "
+                    "at most 65535."});
+}
+
 } // namespace

@@ -92,4 +92,22 @@ TEST_F(StatementLoop, VerboseLines) {
                      "Writing RCDATA, id = -1, language = 0x409, offset = 0xC8"}));
 }
 
+TEST_F(StatementLoop, ExtendedDialectRejectsDuplicateResources) {
+    write_file("x.bin", "x");
+    const std::string first = "1 RCDATA BEGIN 1 END\nX MYTYPE x.bin\n";
+    const std::string input = path_of("input.rc").string();
+    expect_dialects({
+        {first + "LANGUAGE 7, 1\n1 RCDATA BEGIN 2 END\nx MYTYPE { 3 }\n",
+         fails({"5: error: Invalid syntax."}),
+         gives({Bytes().u16(1), Bytes::of("x"), Bytes().u16(2), Bytes().u16(3)})},
+        {first + "1 RCDATA\nBEGIN 2 END\nx MYTYPE x.bin\n",
+         gives({Bytes().u16(1), Bytes::of("x"), Bytes().u16(2), Bytes::of("x")}),
+         fails({"3: error: Duplicate resource: type 10, name 1, language 0x409, first defined in " +
+                    input + " at line 1.",
+                "5: error: Duplicate resource: type MYTYPE, name X, language 0x409, first "
+                "defined in " +
+                    input + " at line 2."})},
+    });
+}
+
 } // namespace

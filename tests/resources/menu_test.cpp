@@ -78,4 +78,19 @@ TEST_F(Menus, Failures) {
     });
 }
 
+TEST_F(Menus, ExtendedDialect) {
+    Bytes ex = Bytes().u16(1, 4).u32(0);
+    expect_dialects({
+        // A MENUEX separator is an item of type MFT_SEPARATOR without text.
+        {"1 MENUEX BEGIN MENUITEM \"a\", 1\nMENUITEM SEPARATOR END\n",
+         fails({"2: error: String literal expected (found: separator)."}),
+         gives({Bytes(ex).u32(0, 0, 1).u16(0).str("a").pad4().u32(0x800, 0, 0).u16(0x80).str("")})},
+        {"1 MENU BEGIN MENUITEM L\"\\x263a\", 1 END\n2 MENUEX BEGIN POPUP L\"p\" BEGIN END END\n",
+         fails({"1: error: Invalid syntax.", "1: error: Invalid syntax.",
+                "2: error: String literal expected (found: L\"STRING\")."}),
+         gives({Bytes().u32(0).u16(0x80, 1, 0x263A, 0),
+                Bytes(ex).u32(0, 0, 0).u16(0x81).str("p").pad4().u32(0)})},
+    });
+}
+
 } // namespace

@@ -98,4 +98,31 @@ TEST_F(RawData, DlgIncludeNameAsNarrowString) {
     EXPECT_EQ(info.size(), 1u); // "Using codepage" only: no verbose line of its own
 }
 
+TEST_F(RawData, ExtendedDialect) {
+    write_file("w.bin", "w");
+    expect_dialects({
+        // Wide strings in raw data: whole UTF-16 units rather than low bytes.
+        {"1 RCDATA BEGIN L\"\\x263a\", \"\\x263a\" END\n", gives({Bytes().u8(0x3A, 0, 0x3A)}),
+         gives({Bytes().u8(0x3A, 0x26, 0x3A)})},
+        // User-defined types with inline data and optional statements.
+        {"1 TEXTINCLUDE BEGIN \"resource.h\\0\" END\n300 256 LANGUAGE 7, 1 { 1, 2L }\n",
+         fails({"1: error: Invalid syntax.", "2: error: Invalid syntax."}),
+         gives({Bytes().text("resource.h").u8(0), Bytes().u16(1).u32(2)})},
+        {"1 MYTYPE L\"w.bin\"\n2 RCDATA L\"w.bin\"\n",
+         fails({"1: error: Invalid syntax.",
+                "2: error: BEGIN keyword or { character expected (found: L\"STRING\").",
+                "3: error: Number expected (found: EOF).",
+                "3: fatal error: Unexpected end of file."}),
+         gives({Bytes::of("w"), Bytes::of("w")})},
+        // TOOLBAR: version 1, button size, count, then the ids, 0 for a separator.
+        {"5 TOOLBAR 16, 15 BEGIN BUTTON 100 SEPARATOR BUTTON 101 END\n",
+         fails({"1: error: Invalid syntax.", "1: error: Invalid syntax.",
+                "1: error: Invalid syntax."}),
+         gives({Bytes().u16(1, 16, 15, 3, 100, 0, 101)})},
+        {"5 TOOLBAR 16, 15 BEGIN BUTTON 1 CONTROL END\n",
+         fails({"1: error: Invalid syntax.", "1: error: Invalid syntax."}),
+         fails({"1: error: Invalid syntax."})},
+    });
+}
+
 } // namespace

@@ -36,6 +36,7 @@ struct Bytes : std::vector<uint8_t> {
         return u16(0);
     }
     Bytes& text(const std::string& s) { return insert(end(), s.begin(), s.end()), *this; }
+    Bytes& bytes(const std::vector<uint8_t>& b) { return insert(end(), b.begin(), b.end()), *this; }
     Bytes& pad4() { return insert(end(), (4 - size() % 4) % 4, 0), *this; }
     std::string chars() const { return std::string(begin(), end()); }
 };
@@ -137,6 +138,26 @@ inline std::vector<std::pair<std::string, std::string>> records() {
     return out;
 }
 
+// What a script gives: the data of its entries (with these diagnostics), or
+// a failure with these diagnostics and no output.
+struct Outcome {
+    bool ok = true;
+    std::vector<Bytes> data;
+    Lines diags;
+};
+inline Outcome gives(std::vector<Bytes> data, Lines diags = {}) {
+    return {true, std::move(data), std::move(diags)};
+}
+inline Outcome fails(Lines diags) {
+    return {false, {}, std::move(diags)};
+}
+
+// A script in the default dialect and in the extended one.
+struct DialectCase {
+    std::string script;
+    Outcome standard, extended;
+};
+
 class ResTest : public tarn_test::FreshLibrary {
   protected:
     // A script that compiles with exactly these diagnostics; its entries.
@@ -160,6 +181,23 @@ class ResTest : public tarn_test::FreshLibrary {
         std::string script;
         Lines want;
     };
+    void expect_dialects(const std::vector<DialectCase>& rows) {
+        for (const DialectCase& row : rows)
+            for (bool extended : {false, true}) {
+                SCOPED_TRACE((extended ? "extended: " : "default: ") + row.script);
+                fresh();
+                if (extended) set_extended_mode();
+                const Outcome& want = extended ? row.extended : row.standard;
+                std::vector<uint8_t> res;
+                EXPECT_EQ(compile(row.script, &res), want.ok ? 1 : 0);
+                EXPECT_EQ(rendered(diags), want.diags);
+                std::vector<Bytes> data;
+                for (const Entry& e : want.ok ? read_res(res) : std::vector<Entry>{})
+                    data.push_back(Bytes().bytes(e.data));
+                EXPECT_EQ(data, want.data);
+                EXPECT_TRUE(want.ok || res.empty());
+            }
+    }
     void expect_failures(const std::vector<Failure>& rows) {
         for (const Failure& row : rows) {
             SCOPED_TRACE(row.script);

@@ -74,4 +74,14 @@ TEST_F(StringTable, Failures) {
     });
 }
 
+TEST_F(StringTable, ExtendedDialect) {
+    expect_dialects({
+        {"STRINGTABLE BEGIN 1 L\"\\x263a\" 2 \"a\" L\"b\" END\n",
+         fails({"1: error: String literal expected (found: L\"STRING\").",
+                "1: error: Number expected (found: L\"STRING\").",
+                "1: error: String literal expected (found: end)."}),
+         gives({block({{1, u"\u263a"}, {2, u"ab"}})})},
+    });
+}
+
 } // namespace

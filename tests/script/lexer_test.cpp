@@ -4,6 +4,7 @@
 
 #include "diag/report.h"
 #include "script/lexer.h"
+#include "support/state.h"
 
 using namespace tarn;
 using namespace tarn_test;
@@ -81,6 +82,40 @@ TEST_F(ScriptLexer, LongTokensAreCut) {
               "str " + a + b.substr(0, 1095) + " | hex " + c + " | name x");
     EXPECT_EQ(messages(),
               "warning: String too long; truncated.\nwarning: String too long; truncated.");
+}
+
+TEST_F(ScriptLexer, ExtendedLiteralsJoinAcrossWidths) {
+    compile_state.extended = true;
+    struct Case {
+        std::string text, tokens;
+    } cases[] = {
+        // Literals of either width join; a wide piece makes the whole wide;
+        // a line break still ends the joining.
+        {"\"a\" L\"b\" \"c\"\nL\"5.\" L\"2.3790.\" \"x\"\nL\"p\" Lq",
+         "wstr abc | wstr 5.2.3790.x | wstr p | name Lq"},
+        {"\"a\"  L", "str a | name L"},
+        // In a wide piece "\x" takes four digits at most, in a narrow one any
+        // number; octal is the same in both.
+        {"L\"\\x263a9\"\n\"\\x263a9\"\nL\"\\251\\x41g\"",
+         "wstr \u263a9 | str \u63a9 | wstr \u00a9Ag"},
+        {"L\"\\x4142\" \"\\x4142\"", "wstr \u4142\u4142"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(tokens(c.text), c.tokens);
+    }
+    // Where a string is expected, a wide one will do.
+    start("L\"s\" y");
+    EXPECT_TRUE(expect(TK_STRING));
+    EXPECT_EQ(left(), "@y");
+}
+
+TEST_F(ScriptLexer, ExtendedTokensHaveNoLengthLimit) {
+    compile_state.extended = true;
+    std::string n(300, 'n'), s(70000, 's');
+    std::string want = "name " + n + " | str " + s + " | wstr " + s + " | hex " + s;
+    EXPECT_TRUE(tokens(n + " \"" + s + "\"\nL\"" + s + "\"\n'" + s + "'") == want);
+    EXPECT_TRUE(diags.empty());
 }
 
 TEST_F(ScriptLexer, LineMarkersSetFileLineAndScriptFlag) {
