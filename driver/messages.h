@@ -22,6 +22,22 @@ constexpr uint32_t MESSAGE_ID_BASE = tarn::CODE_LIBRARY;
 constexpr uint32_t MSG_OPTION_FIRST = tarn::MSG_OPTION_C; // the option lines run /C to /X
 constexpr uint32_t MSG_OPTION_LAST = tarn::MSG_OPTION_X;
 
+// The driver's own messages, which the library's table does not hold; their
+// English and Swedish texts are in messages.cpp. A new option's line in the
+// usage is one more number here and one more row there.
+enum DriverMessage : uint32_t {
+    MSG_DRIVER_FIRST = 0x101,
+    MSG_MISSING_VALUE = MSG_DRIVER_FIRST,
+    MSG_HEADERS_USED,
+    MSG_HEADERS_NOT_FOUND,
+    MSG_OPTION_EXTENDED,
+    MSG_OPTION_DUMP,
+    MSG_OPTION_DUMP_HEX,
+    MSG_OPTION_HELP,
+    MSG_OPTION_VERSION,
+    MSG_DRIVER_END // one past the last
+};
+
 // Whether the POSIX locale variables ask for Swedish: the first non-empty
 // of LC_ALL, LC_MESSAGES and LANG (any may be null) starts with "sv".
 bool locale_is_swedish(const char* lc_all, const char* lc_messages, const char* lang);
@@ -31,6 +47,10 @@ tarn::Language driver_language();
 // The text of a message with its inserts expanded, as one or more lines:
 // the table's final line break is dropped and CR LF becomes "\n".
 std::u16string message(uint32_t number, std::initializer_list<MsgArg> args = {});
+// A message whose insert is shown as text: the first `spec` in the table's
+// text (say "/%1" or "%1!hd!") becomes a plain "%1" and takes `text`, so
+// that the user sees what was typed.
+std::u16string message_showing(uint32_t number, std::u16string_view spec, std::u16string_view text);
 // The same from a raw table text (for the tests).
 std::u16string expand_message(std::u16string_view raw, std::initializer_list<MsgArg> args);
 
