@@ -21,16 +21,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The folders of the usual packages. The 64-bit folders come first, the
-// architecture-neutral copy of Debian after them, the 32-bit-only
-// installations last (for a resource compile the two are the same).
+// The folders of the usual packages: the 64-bit ones first, then Debian's
+// architecture-neutral copy, then 32-bit-only installations (for resources
+// the headers of the two are the same).
 const std::u16string_view FOLDERS[] = {
-    u"/usr/x86_64-w64-mingw32/include", // Debian, Ubuntu (mingw-w64-x86-64-dev), Arch
-    u"/usr/x86_64-w64-mingw32/sys-root/mingw/include", // Fedora, openSUSE
-    u"/usr/local/x86_64-w64-mingw32/include",          // a toolchain built from source
-    u"/opt/homebrew/opt/mingw-w64/toolchain-x86_64/x86_64-w64-mingw32/include", // Homebrew, arm64
-    u"/usr/local/opt/mingw-w64/toolchain-x86_64/x86_64-w64-mingw32/include",    // Homebrew, x86-64
-    u"/usr/share/mingw-w64/include", // Debian, Ubuntu (mingw-w64-common)
+    // Debian and Ubuntu (mingw-w64-x86-64-dev), Arch
+    u"/usr/x86_64-w64-mingw32/include",
+    // Fedora, openSUSE
+    u"/usr/x86_64-w64-mingw32/sys-root/mingw/include",
+    // a toolchain built from source
+    u"/usr/local/x86_64-w64-mingw32/include",
+    // Homebrew on arm64 and on x86-64
+    u"/opt/homebrew/opt/mingw-w64/toolchain-x86_64/x86_64-w64-mingw32/include",
+    u"/usr/local/opt/mingw-w64/toolchain-x86_64/x86_64-w64-mingw32/include",
+    // Debian and Ubuntu (mingw-w64-common)
+    u"/usr/share/mingw-w64/include",
     u"/usr/i686-w64-mingw32/include",
     u"/usr/i686-w64-mingw32/sys-root/mingw/include",
 };
