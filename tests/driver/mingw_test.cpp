@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "messages.h"
 #include "mingw.h"
 #include <tarn/tarn.h>
 
@@ -109,8 +110,8 @@ TEST_F(DriverMingwPlan, NothingFoundNothingDefined) {
     EXPECT_TRUE(h.searched);
     EXPECT_EQ(h.found, u"");
     EXPECT_TRUE(h.folders.empty() && h.definitions.empty());
-    EXPECT_EQ(system_headers_line(h), u"No mingw-w64 headers found.");
-    EXPECT_EQ(system_headers_line(plan({})), u"Using the mingw-w64 headers in " + folder_a + u".");
+    EXPECT_EQ(system_headers_line(h), message(MSG_HEADERS_NOT_FOUND));
+    EXPECT_EQ(system_headers_line(plan({})), message(MSG_HEADERS_USED, {folder_a}));
     Options x;
     x.no_standard_includes = true;
     EXPECT_EQ(system_headers_line(plan(x)), u"");
@@ -159,8 +160,8 @@ TEST_F(DriverMingwPlan, QuietWarningsFromTheHeadersOnly) {
     add_include_path_w(folder("mine").c_str());
     ASSERT_EQ(compile("#include <both.h>\n#include <only.h>\n"), 1) << messages();
     ASSERT_EQ(diags.size(), 2u) << messages();
-    EXPECT_EQ(diags[0].text.find("warning: Macro redefinition of 'Y'"), 0u) << diags[0].text;
-    EXPECT_EQ(diags[1].text.find("warning: Macro redefinition of 'Z'"), 0u) << diags[1].text;
+    EXPECT_NE(diags[0].text.find("'Y'"), std::string::npos) << diags[0].text;
+    EXPECT_NE(diags[1].text.find("'Z'"), std::string::npos) << diags[1].text;
     std::u16string mine = u16(diags[0].file), theirs = u16(diags[1].file);
     EXPECT_FALSE(quiet_diagnostic(0, mine.c_str()));
     EXPECT_TRUE(quiet_diagnostic(0, theirs.c_str()));

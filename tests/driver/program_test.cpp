@@ -17,13 +17,14 @@
 
 #include "mingw.h"
 #include "usage.h"
+#include "utf.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 std::string u8(const std::u16string& s) {
-    return std::string(s.begin(), s.end()); // ASCII only here
+    return tarn_driver::to_utf8(s);
 }
 
 std::string read_text(const fs::path& p) {
@@ -82,18 +83,17 @@ class DriverProgram : public ::testing::Test {
 TEST(DriverUsage, OptionsInThePlatformsFormWithTheLongOptions) {
     std::string posix = u8(tarn_driver::usage_text(false));
     std::string windows = u8(tarn_driver::usage_text(true));
-    for (const char* row : {"C<cp> ", "D<name> ", "E ", "Fo<file> ", "I<path> ", "L<langid> ", "M ",
-                            "N ", "R ", "U<name> ", "V ", "X "}) {
+    for (const char* row :
+         {"C<", "D<", "E ", "Fo<", "I<", "L<", "M ", "N ", "R ", "U<", "V ", "X "}) {
         EXPECT_NE(posix.find(std::string("\n-") + row), std::string::npos) << row;
         EXPECT_NE(windows.find(std::string("\n/") + row), std::string::npos) << row;
     }
     EXPECT_EQ(posix.find("\n/"), std::string::npos);
-    for (const char* row :
-         {"--extended ", "--dump <file> ", "--dump-hex <file> ", "--help ", "--version "}) {
+    for (const char* row : {"--extended ", "--dump <", "--dump-hex <", "--help ", "--version "}) {
         EXPECT_NE(posix.find(std::string("\n") + row), std::string::npos) << row;
         EXPECT_NE(windows.find(std::string("\n") + row), std::string::npos) << row;
     }
-    EXPECT_NE(posix.find("default: 0x409"), std::string::npos);
+    EXPECT_NE(posix.find(" 0x409)"), std::string::npos);
 }
 
 TEST_F(DriverProgram, BadCommandLinesSayWhatWasTyped) {
