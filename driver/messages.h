@@ -19,12 +19,10 @@ using tarn::MsgArg;
 // The message numbers are the library's own (diag/codes.h).
 using namespace tarn::message_numbers;
 constexpr uint32_t MESSAGE_ID_BASE = tarn::CODE_LIBRARY;
-constexpr uint32_t MSG_OPTION_FIRST = tarn::MSG_OPTION_C; // the option lines run /C to /X
-constexpr uint32_t MSG_OPTION_LAST = tarn::MSG_OPTION_X;
 
 // The driver's own messages, which the library's table does not hold; their
 // English and Swedish texts are in messages.cpp. A new option's line in the
-// usage is one more number here and one more row there.
+// usage is one more number here, its texts there and its row in usage.cpp.
 enum DriverMessage : uint32_t {
     MSG_DRIVER_FIRST = 0x101,
     MSG_MISSING_VALUE = MSG_DRIVER_FIRST,
