@@ -89,11 +89,11 @@ std::u16string message(uint32_t number, std::initializer_list<MsgArg> args) {
     return expand_message(raw_message(number), args);
 }
 
-std::u16string message_showing(uint32_t number, std::u16string_view spec,
+std::u16string message_showing(uint32_t number, std::u16string_view placeholder,
                                std::u16string_view text) {
     std::u16string raw = raw_message(number);
-    size_t at = raw.find(spec);
-    if (at != std::u16string::npos) raw.replace(at, spec.size(), u"%1");
+    size_t at = raw.find(placeholder);
+    if (at != std::u16string::npos) raw.replace(at, placeholder.size(), u"%1");
     std::u16string shown(text);
     return expand_message(raw, {shown.c_str()});
 }

@@ -45,12 +45,13 @@ tarn::Language driver_language();
 // The text of a message with its inserts expanded, as one or more lines:
 // the table's final line break is dropped and CR LF becomes "\n".
 std::u16string message(uint32_t number, std::initializer_list<MsgArg> args = {});
-// A message whose insert is shown as text: the first `spec` in the table's
-// text (say "/%1" or "%1!hd!") becomes a plain "%1" and takes `text`, so
-// that the user sees what was typed.
-std::u16string message_showing(uint32_t number, std::u16string_view spec, std::u16string_view text);
 // The same from a raw table text (for the tests).
 std::u16string expand_message(std::u16string_view raw, std::initializer_list<MsgArg> args);
+// A message whose insert is shown as text: the first `placeholder` in the
+// table's text (say "/%1" or "%1!hd!") becomes a plain "%1" and takes
+// `text`, so that the user sees what was typed.
+std::u16string message_showing(uint32_t number, std::u16string_view placeholder,
+                               std::u16string_view text);
 
 // Drops one trailing line break and turns CR LF into "\n".
 std::u16string as_lines(std::u16string_view text);

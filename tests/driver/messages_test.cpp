@@ -42,7 +42,7 @@ TEST(DriverMessages, OwnMessagesAndTextsShownAsTyped) {
         EXPECT_FALSE(message(n).empty()) << n;
     struct {
         uint32_t number;
-        std::u16string_view spec, typed, end;
+        std::u16string_view placeholder, typed, end;
     } cases[] = {
         {MSG_UNKNOWN_OPTION, u"/%1", u"--bogus", u" --bogus."},
         {MSG_UNKNOWN_OPTION, u"/%1", u"/Z", u" /Z."},
@@ -50,7 +50,7 @@ TEST(DriverMessages, OwnMessagesAndTextsShownAsTyped) {
         {MSG_INVALID_CODEPAGE, u"%1!d!", u"abc", u": abc."},
     };
     for (const auto& c : cases)
-        EXPECT_TRUE(message_showing(c.number, c.spec, c.typed).ends_with(c.end)) << c.number;
+        EXPECT_TRUE(message_showing(c.number, c.placeholder, c.typed).ends_with(c.end)) << c.number;
     EXPECT_TRUE(message(MSG_MISSING_VALUE, {u"-Fo"}).find(u" -Fo ") != std::u16string::npos);
 }
 
