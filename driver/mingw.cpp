@@ -64,8 +64,8 @@ fs::path to_path(std::u16string_view text) {
 #endif
 }
 
-// An absolute path with "." and ".." resolved and "/" between names; links
-// are not followed, as the library does not follow them either.
+// An absolute path with "." and ".." resolved and "/" between names. Links
+// are not followed: the library names a file by the folder it was found in.
 std::u16string normal_form(std::u16string_view path) {
     std::u16string text(path);
 #ifndef _WIN32
@@ -133,10 +133,6 @@ std::optional<std::u16string> include_variable() {
 
 std::span<const std::u16string_view> mingw_header_folders() {
     return FOLDERS;
-}
-
-std::span<const std::u16string_view> mingw_definitions() {
-    return DEFINITIONS;
 }
 
 bool is_mingw_folder(std::u16string_view folder) {

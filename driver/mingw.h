@@ -21,25 +21,23 @@ namespace tarn_driver {
 // headers where); the first folder that holds the headers is taken.
 std::span<const std::u16string_view> mingw_header_folders();
 
-// What mingw-w64's headers need to parse in a resource compile, defined
-// before the user's -D and -U (a name the user defines or undefines is left
-// to the user).
-std::span<const std::u16string_view> mingw_definitions();
-
 struct SystemHeaders {
     bool searched = false; // neither -X nor the "include" variable said otherwise
     std::u16string found;  // the folder found and added; empty: none
     // Every mingw-w64 header folder on the search path: the one found, and
     // those given by -I or the "include" variable.
     std::vector<std::u16string> folders;
-    std::vector<std::u16string> definitions; // empty unless `folders` has one
+    // What the headers need to parse in a resource compile (see mingw.cpp),
+    // defined before the user's -D and -U; a name the user defines or
+    // undefines is left to the user. Empty unless `folders` has one.
+    std::vector<std::u16string> definitions;
 };
 
 // Whether `folder` holds the mingw-w64 headers.
 bool is_mingw_folder(std::u16string_view folder);
 
 // The plan for one run, from the options, the "include" variable (if set)
-// and the folders to search. Applies on any platform (for the tests).
+// and the folders to search; on any platform (the tests use it so).
 SystemHeaders plan_system_headers(const Options& o,
                                   const std::optional<std::u16string>& include_variable,
                                   std::span<const std::u16string_view> candidates);
