@@ -14,8 +14,10 @@
 #include "dump.h"
 #include "makerule.h"
 #include "messages.h"
+#include "mingw.h"
 #include "options.h"
 #include "output.h"
+#include "usage.h"
 #include "utf.h"
 #include "windres.h"
 
@@ -43,9 +45,12 @@ namespace {
 constexpr int EXIT_OK = 0;
 constexpr int EXIT_FAILED = 1;
 constexpr int EXIT_USAGE = 2;
-constexpr uint32_t DEFAULT_LANGUAGE = 0x409;
 
 std::atomic<bool> abort_requested{false};
+
+// Where the banner and the information lines go: standard error when
+// standard output carries the preprocessed text or the make rule.
+Stream info_stream = Stream::out;
 
 void print(Stream stream, std::u16string_view line) {
     console_write(stream, std::u16string(line) + u"\n");
@@ -56,44 +61,37 @@ void on_interrupt() {
     set_abort_flag();
 }
 
-void on_error(int32_t, const char16_t* file, uint32_t line, const char16_t* text) {
+void on_error(int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
+    if (quiet_diagnostic(severity, file)) return;
     print(Stream::err, diagnostic_line(file, line, text));
 }
 
 void on_info(const char16_t* text) {
-    print(Stream::out, as_lines(text));
+    print(info_stream, as_lines(text));
 }
 
-void print_banner() {
-    print(Stream::out, message(MSG_BANNER));
-    print(Stream::out, message(MSG_BANNER2));
+void print_banner(Stream stream) {
+    print(stream, message(MSG_BANNER));
+    print(stream, message(MSG_BANNER2));
 }
 
 void print_usage() {
-    print_banner();
-    print(Stream::out, u"");
-    print(Stream::out, message(MSG_USAGE_SYNTAX, {u"tarn", u".rc"}));
-    print(Stream::out, message(MSG_USAGE_OPTIONS));
-    for (uint32_t n = MSG_OPTION_FIRST; n <= MSG_OPTION_LAST; ++n) {
-        if (n == MSG_OPTION_C)
-            print(Stream::out, message(n, {default_code_page()}));
-        else if (n == MSG_OPTION_FO || n == MSG_OPTION_R)
-            print(Stream::out, message(n, {u".res"}));
-        else if (n == MSG_OPTION_L)
-            print(Stream::out, message(n, {DEFAULT_LANGUAGE}));
-        else
-            print(Stream::out, message(n));
-    }
+    print_banner(Stream::out);
+    console_write(Stream::out, usage_text(slash_starts_option()));
 }
 
 int usage_error(const Options& o) {
     using Problem = Options::Problem;
+    // The table's texts take the language and code page as numbers; what was
+    // typed is shown instead, since it is no number.
     if (o.problem == Problem::unknown_option)
-        print(Stream::err, message(MSG_UNKNOWN_OPTION, {o.offending}));
+        print(Stream::err, message_showing(MSG_UNKNOWN_OPTION, u"/%1", o.offending));
+    else if (o.problem == Problem::missing_value)
+        print(Stream::err, message(MSG_MISSING_VALUE, {o.offending}));
     else if (o.problem == Problem::bad_language)
-        print(Stream::err, message(MSG_INVALID_LANGUAGE, {o.bad_value}));
+        print(Stream::err, message_showing(MSG_INVALID_LANGUAGE, u"%1!hd!", o.bad_text));
     else if (o.problem == Problem::bad_code_page)
-        print(Stream::err, message(MSG_INVALID_CODEPAGE, {o.bad_value}));
+        print(Stream::err, message_showing(MSG_INVALID_CODEPAGE, u"%1!d!", o.bad_text));
     else
         print_usage();
     return EXIT_USAGE;
@@ -137,6 +135,9 @@ bool configure(const Options& o) {
     if (o.null_append) set_null_append_for_strings();
     if (o.extended) set_extended_mode();
     if (o.no_standard_includes) delete_standard_include_paths();
+    // Before the user's folders and symbols, which so come first and win.
+    std::u16string headers = use_system_headers(o);
+    if (o.verbose && !headers.empty()) print(info_stream, headers);
     for (const std::u16string& path : o.include_paths) add_include_path_w(path.c_str());
     for (const SymbolAction& s : o.symbols) {
         if (s.define)
@@ -185,7 +186,8 @@ bool write_depfile(const Options& o) {
 }
 
 int compile(const Options& o) {
-    if (o.verbose) print_banner();
+    if (o.preprocess_only || o.make_rule) info_stream = Stream::err;
+    if (o.verbose) print_banner(info_stream);
     if (!configure(o)) return EXIT_USAGE;
     catch_interrupt(on_interrupt);
     int32_t ok = 0;
@@ -218,7 +220,7 @@ int main(int argc, char** argv) {
         print_usage();
         return EXIT_OK;
     case Action::version:
-        print_banner();
+        print_banner(Stream::out);
         return EXIT_OK;
     case Action::usage_error:
         return usage_error(o);

@@ -1,6 +1,7 @@
 // Message lookup and formatting for the driver.
 #include "messages.h"
 
+#include <iterator>
 #include <span>
 
 #include "console.h"
@@ -13,9 +14,42 @@ bool non_empty(const char* s) {
     return s && *s;
 }
 
+// clang-format off
+const struct {
+    uint32_t number;
+    const char16_t* english;
+    const char16_t* swedish;
+} DRIVER_MESSAGES[] = {
+    {MSG_MISSING_VALUE, u"Option %1 needs a value.\r\n",
+                        u"Alternativet %1 behöver ett värde.\r\n"},
+    {MSG_HEADERS_USED, u"Using the mingw-w64 headers in %1.\r\n",
+                       u"Använder mingw-w64-huvudfilerna i %1.\r\n"},
+    {MSG_HEADERS_NOT_FOUND, u"No mingw-w64 headers found.\r\n",
+                            u"Inga mingw-w64-huvudfiler hittades.\r\n"},
+    {MSG_OPTION_EXTENDED, u"--extended         Accept the extensions to the script language\r\n",
+                          u"--extended         Godta utvidgningarna av skriptspråket\r\n"},
+    {MSG_OPTION_DUMP, u"--dump <file>      List the resources of a compiled resource file\r\n",
+                      u"--dump <fil>       Lista resurserna i en kompilerad resursfil\r\n"},
+    {MSG_OPTION_DUMP_HEX, u"--dump-hex <file>  The same, with each resource's data in hexadecimal\r\n",
+                          u"--dump-hex <fil>   Detsamma, med varje resurs data hexadecimalt\r\n"},
+    {MSG_OPTION_HELP, u"--help             Show this list of options\r\n",
+                      u"--help             Visa denna lista över alternativ\r\n"},
+    {MSG_OPTION_VERSION, u"--version          Show the version\r\n",
+                         u"--version          Visa versionen\r\n"},
+};
+// clang-format on
+static_assert(std::size(DRIVER_MESSAGES) == MSG_DRIVER_END - MSG_DRIVER_FIRST);
+
 // The table's text: the library's own table first, so that a localised
-// library speaks for the driver too; else the built-in copy.
+// library speaks for the driver too; else the built-in copy. The driver's
+// own messages come from its own table.
 std::u16string raw_message(uint32_t number) {
+    if (number >= MSG_DRIVER_FIRST) {
+        for (const auto& m : DRIVER_MESSAGES)
+            if (m.number == number)
+                return driver_language() == tarn::Language::swedish ? m.swedish : m.english;
+        return u"";
+    }
     uint32_t id = MESSAGE_ID_BASE | number;
     if (std::optional<std::u16string> text = library_message(id)) return *text;
     const char16_t* text = tarn::catalogue_text(id, driver_language());
@@ -53,6 +87,15 @@ std::u16string expand_message(std::u16string_view raw, std::initializer_list<Msg
 
 std::u16string message(uint32_t number, std::initializer_list<MsgArg> args) {
     return expand_message(raw_message(number), args);
+}
+
+std::u16string message_showing(uint32_t number, std::u16string_view placeholder,
+                               std::u16string_view text) {
+    std::u16string raw = raw_message(number);
+    size_t at = raw.find(placeholder);
+    if (at != std::u16string::npos) raw.replace(at, placeholder.size(), u"%1");
+    std::u16string shown(text);
+    return expand_message(raw, {shown.c_str()});
 }
 
 std::u16string diagnostic_line(const char16_t* file, uint32_t line, const char16_t* text) {

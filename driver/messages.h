@@ -19,8 +19,22 @@ using tarn::MsgArg;
 // The message numbers are the library's own (diag/codes.h).
 using namespace tarn::message_numbers;
 constexpr uint32_t MESSAGE_ID_BASE = tarn::CODE_LIBRARY;
-constexpr uint32_t MSG_OPTION_FIRST = tarn::MSG_OPTION_C; // the option lines run /C to /X
-constexpr uint32_t MSG_OPTION_LAST = tarn::MSG_OPTION_X;
+
+// The driver's own messages, which the library's table does not hold; their
+// English and Swedish texts are in messages.cpp. A new option's line in the
+// usage is one more number here, its texts there and its row in usage.cpp.
+enum DriverMessage : uint32_t {
+    MSG_DRIVER_FIRST = 0x101,
+    MSG_MISSING_VALUE = MSG_DRIVER_FIRST,
+    MSG_HEADERS_USED,
+    MSG_HEADERS_NOT_FOUND,
+    MSG_OPTION_EXTENDED,
+    MSG_OPTION_DUMP,
+    MSG_OPTION_DUMP_HEX,
+    MSG_OPTION_HELP,
+    MSG_OPTION_VERSION,
+    MSG_DRIVER_END // one past the last
+};
 
 // Whether the POSIX locale variables ask for Swedish: the first non-empty
 // of LC_ALL, LC_MESSAGES and LANG (any may be null) starts with "sv".
@@ -33,6 +47,11 @@ tarn::Language driver_language();
 std::u16string message(uint32_t number, std::initializer_list<MsgArg> args = {});
 // The same from a raw table text (for the tests).
 std::u16string expand_message(std::u16string_view raw, std::initializer_list<MsgArg> args);
+// A message whose insert is shown as text: the first `placeholder` in the
+// table's text (say "/%1" or "%1!hd!") becomes a plain "%1" and takes
+// `text`, so that the user sees what was typed.
+std::u16string message_showing(uint32_t number, std::u16string_view placeholder,
+                               std::u16string_view text);
 
 // Drops one trailing line break and turns CR LF into "\n".
 std::u16string as_lines(std::u16string_view text);

@@ -20,19 +20,20 @@ struct OptionSpec {
     Apply apply;
 };
 
+void refuse(Options& o, Options::Problem problem, std::u16string_view text) {
+    o.action = Action::usage_error;
+    o.problem = problem;
+    o.bad_text = text;
+}
+
 void set_code_page(Options& o, std::u16string_view v) {
     o.code_page_given = true;
-    if (parse_code_page(v, &o.code_page)) return;
-    o.action = Action::usage_error;
-    o.problem = Options::Problem::bad_code_page;
-    o.bad_value = o.code_page;
+    if (!parse_code_page(v, &o.code_page)) refuse(o, Options::Problem::bad_code_page, v);
 }
 
 void set_language(Options& o, std::u16string_view v) {
     o.language_given = true;
-    if (parse_language(v, &o.language, &o.bad_value)) return;
-    o.action = Action::usage_error;
-    o.problem = Options::Problem::bad_language;
+    if (!parse_language(v, &o.language)) refuse(o, Options::Problem::bad_language, v);
 }
 
 const OptionSpec OPTIONS[] = {
@@ -57,11 +58,12 @@ const OptionSpec OPTIONS[] = {
     {u"X", false, [](Options& o, std::u16string_view) { o.no_standard_includes = true; }},
 };
 
-void unknown(Options& o, std::u16string_view body);
+bool stop(Options& o, Options::Problem problem, std::u16string_view typed);
 
-// A long option's value that is none of its choices: shown as "-name=value".
+// A long option's value that is none of its choices: shown as "--name=value".
 void bad_choice(Options& o, std::u16string_view name, std::u16string_view value) {
-    unknown(o, std::u16string(u"-") + std::u16string(name) + u"=" + std::u16string(value));
+    stop(o, Options::Problem::unknown_option,
+         std::u16string(u"--") + std::u16string(name) + u"=" + std::u16string(value));
 }
 
 void set_format(Options& o, std::u16string_view v) {
@@ -112,16 +114,21 @@ int hex_digit(char16_t c) {
     return -1;
 }
 
-void unknown(Options& o, std::u16string_view body) {
+// Stops parsing with `problem` about the option `typed`, shown as given.
+bool stop(Options& o, Options::Problem problem, std::u16string_view typed) {
     o.action = Action::usage_error;
-    o.problem = Options::Problem::unknown_option;
-    o.offending = body;
+    o.problem = problem;
+    o.offending = typed;
+    return false;
 }
 
-// One option (body = the argument without its "-" or "/"); may take the
-// next argument as its value. Returns false when parsing must stop.
-bool take_option(Options& o, std::u16string_view body, const std::vector<std::u16string>& args,
+// One option (`typed` = the whole argument, body = without its "-" or "/");
+// may take the next argument as its value. Returns false when parsing must
+// stop.
+bool take_option(Options& o, std::u16string_view typed, const std::vector<std::u16string>& args,
                  size_t* i) {
+    using Problem = Options::Problem;
+    std::u16string_view body = typed.substr(1);
     if (body == u"?") return o.action = Action::help, false;
     if (body.starts_with(u"-")) {
         std::u16string_view name = body.substr(1), value;
@@ -131,13 +138,14 @@ bool take_option(Options& o, std::u16string_view body, const std::vector<std::u1
         for (const auto& l : LONG_OPTIONS) {
             if (name != l.name) continue;
             if (l.takes_value != attached) {
-                if (!l.takes_value || *i + 1 >= args.size()) break;
+                if (!l.takes_value) break;
+                if (*i + 1 >= args.size()) return stop(o, Problem::missing_value, typed);
                 value = args[++*i];
             }
             l.apply(o, value);
             return o.action != Action::usage_error;
         }
-        return unknown(o, body), false;
+        return stop(o, Problem::unknown_option, typed);
     }
     for (const OptionSpec& option : OPTIONS) {
         if (!starts_with_letters(body, option.letters)) continue;
@@ -148,13 +156,13 @@ bool take_option(Options& o, std::u16string_view body, const std::vector<std::u1
             return true;
         }
         if (rest.empty()) {
-            if (*i + 1 >= args.size()) break; // the value is missing
+            if (*i + 1 >= args.size()) return stop(o, Problem::missing_value, typed);
             rest = args[++*i];
         }
         option.apply(o, rest);
         return o.action != Action::usage_error;
     }
-    return unknown(o, body), false;
+    return stop(o, Problem::unknown_option, typed);
 }
 
 // Returns false when parsing must stop: there is one input only.
@@ -202,21 +210,17 @@ std::u16string with_extension(std::u16string_view path, std::u16string_view exte
     return std::u16string(path.substr(0, end)) + std::u16string(extension);
 }
 
-bool parse_language(std::u16string_view text, uint16_t* language, uint32_t* shown) {
+bool parse_language(std::u16string_view text, uint16_t* language) {
     if (text.size() >= 2 && text[0] == u'0' && upper(text[1]) == u'X') text.remove_prefix(2);
+    if (text.empty() || text.size() > 4) return false;
     uint32_t value = 0;
-    bool ok = !text.empty() && text.size() <= 4;
     for (char16_t c : text) {
         int d = hex_digit(c);
-        if (d < 0) {
-            ok = false;
-            break;
-        }
-        if (value <= 0xFFFFFFF) value = value * 16 + uint32_t(d);
+        if (d < 0) return false;
+        value = value * 16 + uint32_t(d);
     }
-    *shown = value;
-    if (ok) *language = uint16_t(value);
-    return ok;
+    *language = uint16_t(value);
+    return true;
 }
 
 bool parse_code_page(std::u16string_view text, uint32_t* code_page) {
@@ -256,8 +260,7 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
         const std::u16string& a = args[i];
         bool option = a.size() > 1 && (a[0] == u'-' || (slash_options && a[0] == u'/'));
         if (!option && !slash_options) option = slash_option_here(a, args, i);
-        bool go_on =
-            option ? take_option(o, std::u16string_view(a).substr(1), args, &i) : set_input(o, a);
+        bool go_on = option ? take_option(o, a, args, &i) : set_input(o, a);
         if (!go_on) return o;
     }
     finish(o, slash_options);

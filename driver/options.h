@@ -32,13 +32,13 @@ struct Options {
     uint16_t language = 0;
     std::vector<SymbolAction> symbols;
     std::vector<std::u16string> include_paths;
-    bool preprocess_only = false;      // -E
-    bool make_rule = false;            // -M
-    bool null_append = false;          // -N
-    bool verbose = false;              // -V
-    bool no_standard_includes = false; // -X
-    bool dump_hex = false;             // --dump-hex
-    bool extended = false;             // --extended: the modern dialect
+    bool preprocess_only = false;                     // -E
+    bool make_rule = false;                           // -M
+    bool null_append = false;                         // -N
+    bool verbose = false;                             // -V
+    bool no_standard_includes = false;                // -X
+    bool dump_hex = false;                            // --dump-hex
+    bool extended = false;                            // --extended: the modern dialect
     OutputFormat format = OutputFormat::by_extension; // --format=res|coff
     Machine machine = Machine::x64;                   // --machine=x64|x86|arm64
     bool input_is_res = false; // the input is a compiled .res to convert, not a script
@@ -49,11 +49,12 @@ struct Options {
     enum class Problem {
         none,
         unknown_option,
+        missing_value,
         bad_language,
         bad_code_page
     } problem = Problem::none;
-    std::u16string offending; // the option as typed, without its "-" or "/"
-    uint32_t bad_value = 0;   // the insert of the language or code-page message
+    std::u16string offending; // the option as typed, with its "-", "--" or "/"
+    std::u16string bad_text;  // the language or code page as typed
 };
 
 // `slash_options`: whether "/" starts an option too (Windows).
@@ -62,7 +63,7 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
 // Helpers, exposed for the tests.
 bool has_extension(std::u16string_view path);
 std::u16string with_extension(std::u16string_view path, std::u16string_view extension);
-bool parse_language(std::u16string_view text, uint16_t* language, uint32_t* shown);
+bool parse_language(std::u16string_view text, uint16_t* language);
 bool parse_code_page(std::u16string_view text, uint32_t* code_page);
 
 } // namespace tarn_driver

@@ -273,8 +273,9 @@ WindresCommand parse_windres_options(const std::vector<std::u16string>& args, Ma
     Options& o = p.command.options;
     o.extended = true;
     o.machine = machine;
-    // GNU windres runs the target's C preprocessor, and the mingw-w64 headers
-    // look for its predefined names; the user's -D and -U come after these.
+    // GNU windres runs the target's C preprocessor, whose predefined names
+    // scripts test; the user's -D and -U come after these. The headers
+    // themselves are found as for tarn (mingw.h).
     for (std::u16string_view name : {u"__GNUC__=4", u"__MINGW32__"})
         o.symbols.push_back({true, std::u16string(name)});
     bool options_end = false;
@@ -294,19 +295,6 @@ WindresCommand parse_windres_options(const std::vector<std::u16string>& args, Ma
     finish(p);
     if (!p.command.error.empty()) o.action = Action::usage_error;
     return p.command;
-}
-
-std::vector<std::u16string> mingw_include_candidates(std::string_view program, Machine machine) {
-    std::u16string triplet = machine == Machine::x86     ? u"i686-w64-mingw32"
-                             : machine == Machine::arm64 ? u"aarch64-w64-mingw32"
-                                                         : u"x86_64-w64-mingw32";
-    std::vector<std::u16string> dirs;
-    size_t slash = program.find_last_of("/\\");
-    if (slash != std::string_view::npos)
-        dirs.push_back(from_utf8(program.substr(0, slash + 1)) + u"../" + triplet + u"/include");
-    dirs.push_back(u"/usr/" + triplet + u"/include");
-    dirs.push_back(u"/usr/share/mingw-w64/include");
-    return dirs;
 }
 
 std::u16string windres_version_line() {
@@ -355,12 +343,6 @@ bool windres_front_end(int argc, char** argv, Options* o, int* exit_code) {
     for (const std::string& note : w.notes) say(Stream::err, cat({"tarn-windres: ", note}));
     *o = w.options;
     *exit_code = -1;
-    for (const std::u16string& dir : mingw_include_candidates(argv[0], o->machine)) {
-        std::error_code ec;
-        if (!std::filesystem::exists(std::filesystem::path(dir) / "windows.h", ec)) continue;
-        o->include_paths.push_back(dir);
-        break;
-    }
     if (!w.error.empty()) {
         say(Stream::err, cat({"tarn-windres: ", w.error}));
         say(Stream::err, "Try 'tarn-windres --help'.");

@@ -26,12 +26,6 @@ bool is_windres_name(std::string_view program, Machine* machine);
 // `machine`: the default for the object, from the program name.
 WindresCommand parse_windres_options(const std::vector<std::u16string>& args, Machine machine);
 
-// Where the mingw-w64 headers may be for `machine`, most specific first:
-// beside the program's folder, then the system's. GNU windres finds them
-// through the C compiler it runs; tarn-windres searches the first of these
-// that holds windows.h after the user's -I folders.
-std::vector<std::u16string> mingw_include_candidates(std::string_view program, Machine machine);
-
 // The --version line; build tools look for "GNU windres" in it.
 std::u16string windres_version_line();
 

@@ -35,6 +35,25 @@ TEST(DriverMessages, EveryDriverMessageHasText) {
     EXPECT_NE(message(MSG_UNKNOWN_OPTION, {u"Q"}).find(u"/Q."), std::u16string::npos);
 }
 
+// The table's numeric and "/"-prefixed inserts show the text as typed, in
+// either language.
+TEST(DriverMessages, OwnMessagesAndTextsShownAsTyped) {
+    for (uint32_t n = MSG_DRIVER_FIRST; n < MSG_DRIVER_END; ++n)
+        EXPECT_FALSE(message(n).empty()) << n;
+    struct {
+        uint32_t number;
+        std::u16string_view placeholder, typed, end;
+    } cases[] = {
+        {MSG_UNKNOWN_OPTION, u"/%1", u"--bogus", u" --bogus."},
+        {MSG_UNKNOWN_OPTION, u"/%1", u"/Z", u" /Z."},
+        {MSG_INVALID_LANGUAGE, u"%1!hd!", u"zz", u": zz."},
+        {MSG_INVALID_CODEPAGE, u"%1!d!", u"abc", u": abc."},
+    };
+    for (const auto& c : cases)
+        EXPECT_TRUE(message_showing(c.number, c.placeholder, c.typed).ends_with(c.end)) << c.number;
+    EXPECT_TRUE(message(MSG_MISSING_VALUE, {u"-Fo"}).find(u" -Fo ") != std::u16string::npos);
+}
+
 TEST(DriverMessages, DiagnosticsCarryTheirLocation) {
     EXPECT_EQ(diagnostic_line(u"app.rc", 12, u"error: Invalid syntax.\r\n"),
               u"app.rc(12): error: Invalid syntax.");

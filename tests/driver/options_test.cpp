@@ -74,21 +74,30 @@ TEST(DriverOptions, HelpVersionAndDump) {
     EXPECT_EQ(posix({u"--dump"}).action, Action::usage_error);
 }
 
-TEST(DriverOptions, UnknownOptionsAreShownAsTyped) {
+TEST(DriverOptions, BadOptionsAreShownAsTyped) {
     struct {
         Args args;
+        bool slash;
+        Problem problem;
         std::u16string shown;
     } cases[] = {
-        {{u"-Q", u"a.rc"}, u"Q"},
-        {{u"-Vx", u"a.rc"}, u"Vx"}, // a flag takes no value
-        {{u"-F", u"a.rc"}, u"F"},   // only "Fo" starts with F
-        {{u"--frobnicate"}, u"-frobnicate"},
-        {{u"a.rc", u"-I"}, u"I"}, // the value is missing
+        {{u"-Q", u"a.rc"}, false, Problem::unknown_option, u"-Q"},
+        {{u"-Z", u"a.rc"}, true, Problem::unknown_option, u"-Z"},
+        {{u"/Z", u"a.rc"}, true, Problem::unknown_option, u"/Z"},
+        {{u"-Vx", u"a.rc"}, false, Problem::unknown_option, u"-Vx"}, // a flag takes no value
+        {{u"-F", u"a.rc"}, false, Problem::unknown_option, u"-F"},   // only "Fo" starts with F
+        {{u"--frobnicate"}, false, Problem::unknown_option, u"--frobnicate"},
+        {{u"--bogus", u"a.rc"}, true, Problem::unknown_option, u"--bogus"},
+        {{u"a.rc", u"-I"}, false, Problem::missing_value, u"-I"},
+        {{u"a.rc", u"-Fo"}, false, Problem::missing_value, u"-Fo"},
+        {{u"a.rc", u"/fo"}, true, Problem::missing_value, u"/fo"},
+        {{u"a.rc", u"-D"}, false, Problem::missing_value, u"-D"},
+        {{u"-C"}, false, Problem::missing_value, u"-C"},
     };
     for (const auto& c : cases) {
-        Options o = posix(c.args);
+        Options o = parse_options(c.args, c.slash);
         EXPECT_EQ(o.action, Action::usage_error);
-        EXPECT_EQ(o.problem, Problem::unknown_option);
+        EXPECT_EQ(o.problem, c.problem);
         EXPECT_EQ(o.offending, c.shown);
     }
 }
@@ -104,16 +113,34 @@ TEST(DriverOptions, UsageErrorsWithoutAMessage) {
 
 TEST(DriverOptions, LanguageIsHexWithOptionalPrefix) {
     uint16_t language = 0;
-    uint32_t shown = 0;
     for (auto [text, value] : {std::pair{u"0x0409", 0x409}, {u"41d", 0x41D}, {u"0XFFFF", 0xFFFF}}) {
-        EXPECT_TRUE(parse_language(text, &language, &shown));
+        EXPECT_TRUE(parse_language(text, &language));
         EXPECT_EQ(language, value);
     }
     for (std::u16string_view bad : {u"", u"0x", u"zz", u"12345", u"4 09", u"-1"})
-        EXPECT_FALSE(parse_language(bad, &language, &shown)) << std::string(bad.begin(), bad.end());
-    Options o = posix({u"-Lzz", u"a.rc"});
-    EXPECT_EQ(o.action, Action::usage_error);
-    EXPECT_EQ(o.problem, Problem::bad_language);
+        EXPECT_FALSE(parse_language(bad, &language)) << std::string(bad.begin(), bad.end());
+}
+
+// The text given is kept for the message, whatever part of it was read.
+TEST(DriverOptions, BadLanguageAndCodePageKeepTheirText) {
+    struct {
+        Args args;
+        Problem problem;
+        std::u16string text;
+    } cases[] = {
+        {{u"-Lzz", u"a.rc"}, Problem::bad_language, u"zz"},
+        {{u"-L", u"12345", u"a.rc"}, Problem::bad_language, u"12345"},
+        {{u"-L0x", u"a.rc"}, Problem::bad_language, u"0x"},
+        {{u"-Cabc", u"a.rc"}, Problem::bad_code_page, u"abc"},
+        {{u"-C", u"12a", u"a.rc"}, Problem::bad_code_page, u"12a"},
+        {{u"-C99999999999", u"a.rc"}, Problem::bad_code_page, u"99999999999"},
+    };
+    for (const auto& c : cases) {
+        Options o = posix(c.args);
+        EXPECT_EQ(o.action, Action::usage_error);
+        EXPECT_EQ(o.problem, c.problem);
+        EXPECT_EQ(o.bad_text, c.text);
+    }
 }
 
 TEST(DriverOptions, CodePageIsDecimal) {
@@ -122,9 +149,6 @@ TEST(DriverOptions, CodePageIsDecimal) {
     EXPECT_EQ(cp, 65001u);
     for (std::u16string_view bad : {u"", u"0x4e4", u"12a", u"99999999999"})
         EXPECT_FALSE(parse_code_page(bad, &cp));
-    Options o = posix({u"-C", u"abc", u"a.rc"});
-    EXPECT_EQ(o.action, Action::usage_error);
-    EXPECT_EQ(o.problem, Problem::bad_code_page);
 }
 
 } // namespace

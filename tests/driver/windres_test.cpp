@@ -147,9 +147,6 @@ TEST(WindresOptions, PredefinesWhatTheMingwHeadersExpect) {
               (Args{u"__GNUC__=4", u"__MINGW32__", u"_WIN64", u"__MINGW64__", u"X"}));
     EXPECT_EQ(names(parse({u"-Fpe-i386", u"a.rc", u"a.o"}).options),
               (Args{u"__GNUC__=4", u"__MINGW32__"}));
-    Args dirs = mingw_include_candidates("/opt/mingw/bin/tarn-windres", Machine::x86);
-    EXPECT_EQ(dirs, (Args{u"/opt/mingw/bin/../i686-w64-mingw32/include",
-                          u"/usr/i686-w64-mingw32/include", u"/usr/share/mingw-w64/include"}));
 }
 
 TEST(WindresOptions, DependencyFileRequests) {
