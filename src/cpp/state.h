@@ -60,18 +60,30 @@ struct SourceFile {
     int32_t ifdepth = 0;
     const char16_t* name = nullptr; // not owned
     SourceFile* previous = nullptr;
+    // Narrow text: its code page, which #pragma code_page may change for the
+    // rest of the file, and the last chunk read (file offset after it, bytes
+    // and units), so that what is buffered past the pragma can be read again.
+    uint32_t code_page = 0;
+    bool signature = false; // a byte-order mark fixes the whole file's encoding
+    uint64_t raw_pos = 0;
+    uint32_t chunk_bytes = 0;
+    size_t chunk_units = 0;
 };
 
 // Adds the newlines that handling a line consumed. `#line` may have set the
 // count near its limit; it wraps as 32-bit arithmetic does.
 inline void advance_line(SourceFile* s) {
-    s->line = static_cast<int32_t>(static_cast<uint32_t>(s->line) + static_cast<uint32_t>(s->lineinc));
+    s->line =
+        static_cast<int32_t>(static_cast<uint32_t>(s->line) + static_cast<uint32_t>(s->lineinc));
 }
 
 SourceFile* pushSource(const char16_t* name, const char16_t* text);
 void popSource();
 int32_t fillbuf(SourceFile* s);
 int foldLineSplice(SourceFile* s);
+// Decodes the rest of the file (from the cursor on) with another code page;
+// files with a byte-order mark keep theirs.
+void switch_code_page(SourceFile* s, uint32_t code_page);
 SourceEncoding detectEncoding(FileHandle f);
 
 // ---- Lexer and rows (lexer.cpp, rows.cpp)
