@@ -244,12 +244,14 @@ const CatalogueEntry entries[] = {
            u"Okänt alternativ /%1.\r\n"},
     {0x74, u"%1: aborted by user.\r\n",
            u"%1: avbrutet av användaren.\r\n"},
+    {0x75, u"SOURCE_DATE_EPOCH is not a number of seconds since 1970: '%1'; the clock is used.\r\n",
+           u"SOURCE_DATE_EPOCH är inget antal sekunder sedan 1970: '%1'; klockan används.\r\n"},
 };
 // clang-format on
 
 constexpr uint32_t ID_BASE = 0x20000000;
 constexpr uint32_t ENTRY_COUNT = sizeof(entries) / sizeof(entries[0]);
-static_assert(ENTRY_COUNT == 0x74);
+static_assert(ENTRY_COUNT == 0x75);
 
 } // namespace
 

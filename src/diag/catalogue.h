@@ -1,4 +1,4 @@
-// The message catalogue: messages 0x01..0x74 in English and Swedish, kept as
+// The message catalogue: messages 0x01..0x75 in English and Swedish, kept as
 // the platform's message table holds them (each text ends in CR LF unless
 // "%0" stops it first). This one source feeds the library, the driver and
 // the message-table resource of the Windows build.
@@ -11,7 +11,7 @@ namespace tarn {
 enum class Language { english, swedish };
 
 struct CatalogueEntry {
-    uint32_t number; // 0x01..0x74
+    uint32_t number; // 0x01..0x75
     const char16_t* english;
     const char16_t* swedish;
 };
@@ -20,7 +20,7 @@ struct CatalogueEntry {
 const CatalogueEntry* catalogue_entries(uint32_t* count);
 
 // The text for a full message identifier (0x20000000 | number), or null when
-// the table has none: only 0x20000001..0x20000074 are found.
+// the table has none: only 0x20000001..0x20000075 are found.
 const char16_t* catalogue_text(uint32_t id, Language language);
 
 } // namespace tarn

@@ -139,11 +139,12 @@ enum Msg : uint32_t {
     MSG_PREFIX_WARNING = 0x72,
     MSG_UNKNOWN_OPTION = 0x73,
     MSG_ABORTED = 0x74,
+    MSG_BAD_SOURCE_DATE_EPOCH = 0x75, // beyond the original table: the extended dialect
 };
 } // namespace message_numbers
 
 constexpr uint32_t MSG_FIRST = 0x01;
-constexpr uint32_t MSG_LAST = 0x74;
+constexpr uint32_t MSG_LAST = 0x75;
 
 constexpr DiagnosticCode error_code(Msg m) { return SEVERITY_ERROR | CODE_LIBRARY | m; }
 constexpr DiagnosticCode warning_code(Msg m) { return SEVERITY_WARNING | CODE_LIBRARY | m; }

@@ -88,8 +88,8 @@ TEST_F(Report, FallbackTexts) {
     EXPECT_EQ(diags[0].severity, 0);
     EXPECT_FALSE(diags[0].has_file); // no source open
     EXPECT_EQ(pp(ERR_WRITE_FAULT | SEVERITY_WARNING), "*** No message for error 0x8000001D ***\n");
-    EXPECT_EQ(script(error_code(static_cast<Msg>(0x75))),
-              "*** No message for error 0xE0000075 ***\n");
+    EXPECT_EQ(script(error_code(static_cast<Msg>(0x76))),
+              "*** No message for error 0xE0000076 ***\n");
     EXPECT_EQ(diags.back().severity, 1);
     EXPECT_EQ(errors(), 1);
 }
@@ -187,7 +187,7 @@ TEST_F(Report, FormatMessageAndInformationLines) {
         format_message(MSG_WRITING, u"DIALOG") + format_message(MSG_WRITING_ID, 7) +
         format_message(MSG_WRITING_LANGUAGE, 0x409) + format_message(MSG_WRITING_OFFSET, 0x20);
     EXPECT_EQ(u8(line), "Writing DIALOG, id = 7, language = 0x409, offset = 0x20");
-    EXPECT_TRUE(format_message(0x75).empty());
+    EXPECT_TRUE(format_message(0x76).empty());
     send_info(line);
     set_information_function_w(nullptr);
     send_info(line);
