@@ -14,7 +14,11 @@ namespace tarn {
 namespace {
 
 void open_conditional() {
-    if (++cpp.ifDepth > MAX_IF_DEPTH) report_pp(fatal_code(MSG_IF_TOO_DEEP));
+    if (++cpp.ifDepth > MAX_IF_DEPTH) {
+        if (!compile_state.extended) report_pp(fatal_code(MSG_IF_TOO_DEEP));
+        cpp.ifState.resize(static_cast<size_t>(cpp.ifDepth) + 1);
+        cpp.ifLine.resize(static_cast<size_t>(cpp.ifDepth) + 1);
+    }
     cpp.ifLine[cpp.ifDepth] = cpp.source->line;
     cpp.source->ifdepth += 1;
 }

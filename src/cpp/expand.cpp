@@ -9,9 +9,9 @@
 #include <cstring>
 #include <string>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "support/platform.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -19,7 +19,6 @@ namespace {
 
 constexpr size_t MAX_ARGS = 31;
 constexpr size_t STRINGIZE_LIMIT = 1013; // units between the quotes
-constexpr size_t STRINGIZE_BUFFER = 1024;
 
 using ArgRows = std::vector<TokenRow>;
 
@@ -132,7 +131,8 @@ size_t param_index(const Symbol* sym, const PpToken* tp) {
 }
 
 void store_arg(const TokenRow* row, size_t from, size_t to, Args* args) {
-    if (args->rows.size() >= MAX_ARGS) report_pp(fatal_code(MSG_TOO_MANY_MACRO_ARGS));
+    if (args->rows.size() >= MAX_ARGS && !compile_state.extended)
+        report_pp(fatal_code(MSG_TOO_MANY_MACRO_ARGS));
     args->rows.emplace_back();
     TokenRow& arg = args->rows.back();
     copyRow(&arg, row->base + from, row->base + to);
@@ -223,27 +223,26 @@ size_t gatherArgs(TokenRow* row, size_t at, const Symbol* sym, Args* args) {
 // ---- Substitution, # and ##
 
 PpToken stringize(const TokenRow* arg) {
-    char16_t buf[STRINGIZE_BUFFER];
-    size_t n = 0;
-    buf[n++] = u'"';
+    std::u16string buf = u"\"";
     for (const PpToken* tp = arg->base; tp < arg->last; ++tp) {
         if (tp->type == PP_NEWLINE) break;
-        if ((n - 1) + 2 * tp->len >= STRINGIZE_LIMIT) {
+        if ((buf.size() - 1) + 2 * tp->len >= STRINGIZE_LIMIT && !compile_state.extended) {
             report_pp(error_code(MSG_STRINGIZE_TOO_LONG));
             break;
         }
-        if (tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE)) buf[n++] = u' ';
+        if (tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE)) buf += u' ';
         bool quoted = tp->type == PP_STRING || tp->type == PP_CHAR;
         for (size_t i = 0; i < tp->len; ++i) {
             char16_t c = tp->text[i];
-            if (quoted && (c == u'"' || c == u'\\')) buf[n++] = u'\\';
-            buf[n++] = c;
+            if (quoted && (c == u'"' || c == u'\\')) buf += u'\\';
+            buf += c;
         }
     }
-    buf[n++] = u'"';
+    buf += u'"';
+    size_t n = buf.size();
     char16_t* p = scratch_alloc(n + 1);
     p[0] = u' ';
-    std::memcpy(p + 1, buf, n * sizeof(char16_t));
+    std::memcpy(p + 1, buf.data(), n * sizeof(char16_t));
     PpToken t{};
     t.type = PP_STRING;
     t.flag = FLAG_ROOM;
@@ -407,7 +406,7 @@ void expandMacro(TokenRow* row, Symbol* sym) {
         substitute(sym, &work.row, &args);
     }
     paste(&work.row);
-    uint16_t hs = new_hideset(row->base[at].hideset, sym);
+    uint32_t hs = new_hideset(row->base[at].hideset, sym);
     for (PpToken* tp = work.row.base; tp < work.row.last; ++tp)
         if (tp->type == PP_NAME) tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
     if (has_open_comment(&work.row)) {

@@ -5,9 +5,9 @@
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "support/paths.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -103,7 +103,8 @@ void doInclude(TokenRow* row) {
     const char16_t* kept = cpp.arena.copy(path.data(), path.size());
     if (compile_state.collect_dependencies && !angled && cpp.includeDepth == 0)
         record_include(path);
-    if (++cpp.includeDepth > MAX_INCLUDE_DEPTH) report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
+    if (++cpp.includeDepth > MAX_INCLUDE_DEPTH && !compile_state.extended)
+        report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
     pushSource(kept, nullptr);
     writeLineMarker();
 }

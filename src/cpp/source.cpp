@@ -53,6 +53,30 @@ void keep_chunk(SourceFile* s, size_t bytes, size_t units) {
     s->chunk_units = units;
 }
 
+// A line longer than the buffer, in the extended dialect: twice the room,
+// and the texts of the row being lexed moved along.
+void grow_buffer(SourceFile* s) {
+    size_t capacity = 2 * s->capacity;
+    char16_t* fresh = new char16_t[capacity + MARKER_UNITS];
+    auto used = static_cast<size_t>(s->end - s->buffer) + MARKER_UNITS;
+    std::memcpy(fresh, s->buffer, used * sizeof(char16_t));
+    auto from = reinterpret_cast<uintptr_t>(s->buffer);
+    auto to = reinterpret_cast<uintptr_t>(s->buffer + s->capacity + MARKER_UNITS);
+    auto moved = [&](const char16_t* p) { return fresh + (p - s->buffer); };
+    if (TokenRow* r = cpp.lexing) {
+        // The slots past `last` too: the lexer fills the one at `last`.
+        for (PpToken* tp = r->base; tp < r->base + r->max; ++tp) {
+            auto at = reinterpret_cast<uintptr_t>(tp->text);
+            if (at >= from && at < to) tp->text = moved(tp->text);
+        }
+    }
+    s->cursor = moved(s->cursor);
+    s->end = moved(s->end);
+    delete[] s->buffer;
+    s->buffer = fresh;
+    s->capacity = capacity;
+}
+
 // Reads a UTF-8 chunk; a sequence cut by the chunk's end is read again next time.
 size_t read_utf8(SourceFile* s, size_t room) {
     uint32_t got = 0;
@@ -155,8 +179,11 @@ int32_t fillbuf(SourceFile* s) {
     size_t count = 0;
     if (s->file) {
         if (inject_prelude(s)) return 0;
-        char16_t* limit = s->buffer + INPUT_BUFFER_UNITS;
-        if (s->end + FILL_UNITS > limit) report_pp(fatal_code(MSG_INPUT_BUFFER_OVERFLOW));
+        if (s->end + FILL_UNITS > s->buffer + s->capacity) {
+            if (!compile_state.extended) report_pp(fatal_code(MSG_INPUT_BUFFER_OVERFLOW));
+            grow_buffer(s);
+        }
+        char16_t* limit = s->buffer + s->capacity;
         size_t room = static_cast<size_t>(limit - s->end);
         switch (s->encoding) {
         case EncodingUtf16LE:
@@ -185,9 +212,9 @@ int32_t fillbuf(SourceFile* s) {
 }
 
 int foldLineSplice(SourceFile* s) {
-    char16_t* bs = s->cursor;
-    while (s->end - (bs + 1) < 2)
+    while (s->end - (s->cursor + 1) < 2)
         if (fillbuf(s) == -1) break;
+    char16_t* bs = s->cursor;
     size_t drop = 0;
     if (bs[1] == u'\r' && bs[2] == u'\n')
         drop = 3;
