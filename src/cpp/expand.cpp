@@ -6,6 +6,8 @@
 // place that knows the token grammar.
 #include "cpp/state.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <string>
 
@@ -220,6 +222,22 @@ size_t gatherArgs(TokenRow* row, size_t at, const Symbol* sym, Args* args) {
     return i - at;
 }
 
+// The arguments are copied: they leave the row, which keeps the name and the
+// parentheses, so that a call nested in another's argument does not leave a
+// copy of all that follows it at every level. Returns the call's new length.
+size_t drop_arguments(TokenRow* row, size_t at, size_t ntok) {
+    size_t open = at + 1;
+    while (row->base[open].type != K_LP) ++open;
+    size_t close = at + ntok - 1, n = close - open - 1;
+    if (n == 0) return ntok;
+    eraseTokens(row, open + 1, n);
+    // Room a deep nesting left behind goes back too.
+    constexpr size_t KEEP_TOKENS = 16;
+    if (row->max > KEEP_TOKENS && rowlen(row) * 4 < row->max)
+        growRow(std::max<size_t>(2 * rowlen(row), KEEP_TOKENS), row);
+    return ntok - n;
+}
+
 // ---- Substitution, # and ##
 
 PpToken stringize(const TokenRow* arg) {
@@ -251,7 +269,38 @@ PpToken stringize(const TokenRow* arg) {
     return t;
 }
 
+// How often each parameter stands in the body as itself (to be replaced by
+// its expanded argument) and next to # or ## (by the argument as written).
+// Counted for the usual few parameters only, without a heap allocation;
+// the others always take a copy of their argument.
+constexpr size_t COUNTED_PARAMS = 32;
+struct ParamUses {
+    bool counted = false;
+    std::array<uint32_t, COUNTED_PARAMS> plain{}, raw{};
+};
+
+ParamUses count_uses(const Symbol* sym, const TokenRow* body) {
+    ParamUses u;
+    size_t n = body ? rowlen(body) : 0;
+    if (rowlen(sym->params) > COUNTED_PARAMS) return u;
+    u.counted = true;
+    for (size_t j = 0; j < n; ++j) {
+        const PpToken* tp = body->base + j;
+        if (tp->type == PP_HASH && j + 1 < n && param_index(sym, tp + 1) != SIZE_MAX) {
+            u.raw[param_index(sym, tp + 1)] += 1;
+            ++j;
+            continue;
+        }
+        size_t a = param_index(sym, tp);
+        if (a == SIZE_MAX) continue;
+        bool pasted = (j + 1 < n && tp[1].type == PP_PASTE) || (j > 0 && tp[-1].type == PP_PASTE);
+        (pasted ? u.raw : u.plain)[a] += 1;
+    }
+    return u;
+}
+
 void substitute(const Symbol* sym, TokenRow* work, Args* args) {
+    ParamUses uses = count_uses(sym, sym->replacement);
     size_t k = 0;
     while (k < rowlen(work)) {
         PpToken* tp = work->base + k;
@@ -284,6 +333,17 @@ void substitute(const Symbol* sym, TokenRow* work, Args* args) {
         if (pasted) {
             replaceTokens(work, k, 1, arg.base, rowlen(&arg), spaced);
             k += rowlen(&arg);
+            continue;
+        }
+        if (uses.counted && --uses.plain[a] == 0 && uses.raw[a] == 0) {
+            // The argument's last use: it is expanded where it is, not in a
+            // copy, so that calls nested in arguments need no copy per level.
+            TokenRow& own = args->rows[a];
+            own.cur = own.base;
+            expandRow(&own, u"<macro>");
+            replaceTokens(work, k, 1, own.base, rowlen(&own), spaced);
+            k += rowlen(&own);
+            freeRow(&own);
             continue;
         }
         ScopedRow x(rowlen(&arg) + 1);
@@ -403,6 +463,7 @@ void expandMacro(TokenRow* row, Symbol* sym) {
             row->cur = row->base + at + ntok;
             return;
         }
+        ntok = drop_arguments(row, at, ntok);
         substitute(sym, &work.row, &args);
     }
     paste(&work.row);
