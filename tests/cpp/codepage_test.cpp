@@ -106,7 +106,7 @@ TEST_F(CodePage, WhereThePragmaDoesNothing) {
     start(1252);
     EXPECT_EQ(lines(pp("\xEF\xBB\xBF#pragma code_page(1251)\n" + CYRILLIC_UTF8 + "\n")),
               CYRILLIC_UTF8);
-    // The dialect as specified ignores the pragma, whatever it says.
+    // The default dialect ignores the pragma, whatever it says.
     reattach();
     ASSERT_EQ(set_codepage(1252), 1);
     EXPECT_EQ(pp("#pragma code_page(1251)\n" + CYRILLIC_1251 + "\n"),

@@ -1,7 +1,7 @@
 // The extended dialect of the preprocessor: __DATE__ and __TIME__ from
 // SOURCE_DATE_EPOCH, and the fixed limits that it lifts (line and string
 // lengths, macro expansions, arguments and nesting), each against the
-// specified limit and message that the dialect as specified keeps.
+// fixed limit and message that the default dialect keeps.
 #include "cpp/pp_fixture.h"
 
 #include <regex>
@@ -49,7 +49,7 @@ TEST_F(Extended, SourceDateEpoch) {
                                           "since 1970: '") +
                                   bad + "'; the clock is used.");
     }
-    // The dialect as specified takes the clock.
+    // The default dialect takes the clock.
     ScopedEnv env("SOURCE_DATE_EPOCH", "0");
     reattach();
     diags.clear();
@@ -67,10 +67,10 @@ std::string repeat(const std::string& s, int n) {
     return out;
 }
 
-// A script beyond one fixed limit; what the dialect as specified says of it,
+// A script beyond one fixed limit; what the default dialect says of it,
 // and the text the extended dialect makes of it.
 struct LimitCase {
-    std::string name, script, specified, text;
+    std::string name, script, fixed, text;
 };
 
 std::vector<LimitCase> limit_cases() {
@@ -108,11 +108,11 @@ std::vector<LimitCase> limit_cases() {
 TEST_F(Extended, LimitsLifted) {
     for (const LimitCase& c : limit_cases()) {
         SCOPED_TRACE(c.name);
-        if (!c.specified.empty()) {
+        if (!c.fixed.empty()) {
             reattach();
             diags.clear();
             pp(c.script);
-            EXPECT_EQ(messages().substr(0, c.specified.size()), c.specified);
+            EXPECT_EQ(messages().substr(0, c.fixed.size()), c.fixed);
         }
         extended();
         bool ok = false;
