@@ -81,10 +81,9 @@ void set_target(Parse& p, std::u16string_view v) {
 }
 
 void set_language(Parse& p, std::u16string_view v) {
-    uint32_t shown = 0;
     Options& o = p.command.options;
     o.language_given = true;
-    if (!parse_language(v, &o.language, &shown))
+    if (!parse_language(v, &o.language))
         fail(p, cat({"invalid language ", in_quotes(v), " (a hexadecimal id such as 0x409)"}));
 }
 
@@ -94,9 +93,8 @@ void set_code_page(Parse& p, std::u16string_view v) {
     o.code_page_given = true;
     bool ok = false;
     if (v.size() > 2 && v[0] == u'0' && (v[1] == u'x' || v[1] == u'X')) {
-        uint32_t shown = 0;
         uint16_t value = 0;
-        ok = parse_language(v, &value, &shown); // code pages fit four hex digits
+        ok = parse_language(v, &value); // code pages fit four hex digits
         o.code_page = value;
     } else {
         ok = parse_code_page(v, &o.code_page);

@@ -6,13 +6,19 @@
 #include <algorithm>
 
 #include "diag/report.h"
+#include "support/state.h"
+#include "support/text.h"
 
 namespace tarn {
 
 namespace {
 
 void open_conditional() {
-    if (++cpp.ifDepth > MAX_IF_DEPTH) report_pp(fatal_code(MSG_IF_TOO_DEEP));
+    if (++cpp.ifDepth > MAX_IF_DEPTH) {
+        if (!compile_state.extended) report_pp(fatal_code(MSG_IF_TOO_DEEP));
+        cpp.ifState.resize(static_cast<size_t>(cpp.ifDepth) + 1);
+        cpp.ifLine.resize(static_cast<size_t>(cpp.ifDepth) + 1);
+    }
     cpp.ifLine[cpp.ifDepth] = cpp.source->line;
     cpp.source->ifdepth += 1;
 }
@@ -96,6 +102,39 @@ void do_line(TokenRow* row, const PpToken* tp) {
     if (tp[1].type == PP_STRING) cpp.source->name = cpp.arena.copy(tp[1].text + 1, tp[1].len - 2);
 }
 
+// #pragma code_page(N) and code_page(DEFAULT), in the extended dialect: the
+// rest of the file is read in that code page (DEFAULT: the run's own).
+// Other pragmas are ignored, as ever.
+void do_pragma(const TokenRow* row) {
+    const PpToken* tp = row->cur;
+    auto is = [](const PpToken* t, std::u16string_view word) {
+        return t->type == PP_NAME && equal_ignore_case(std::u16string_view(t->text, t->len), word);
+    };
+    if (!is(tp, u"code_page")) return;
+    const PpToken* arg = tp + 2;
+    bool ok = rowlen(row) >= static_cast<size_t>(arg - row->base) + 3 && tp[1].type == K_LP &&
+              arg[1].type == K_RP && (arg[2].type == PP_NEWLINE || arg[2].type == PP_END);
+    uint32_t page = compile_state.code_page;
+    if (ok && !is(arg, u"DEFAULT")) {
+        constexpr size_t MAX_DIGITS = 9;
+        ok = arg->type == PP_NUMBER && arg->len <= MAX_DIGITS;
+        page = 0;
+        for (uint64_t i = 0; ok && i < arg->len; ++i) {
+            ok = arg->text[i] >= u'0' && arg->text[i] <= u'9';
+            page = page * 10 + (arg->text[i] - u'0');
+        }
+    }
+    if (!ok) {
+        report_at_source(error_code(MSG_INVALID_SYNTAX));
+        return;
+    }
+    if (!plat_valid_code_page(page)) {
+        report_at_source(error_code(MSG_INVALID_CODEPAGE), page);
+        return;
+    }
+    switch_code_page(cpp.source, page);
+}
+
 // In a skipped region only the conditionals count; false when the line is
 // to be handled as if text were kept (#elif, #else at the skipping depth).
 bool skipped_directive(TokenRow* row, uint8_t value) {
@@ -170,6 +209,7 @@ void runDirective(TokenRow* row) {
         report_pp(error_code(MSG_ERROR_DIRECTIVE), row);
         break;
     case KW_PRAGMA:
+        if (compile_state.extended) do_pragma(row);
         break;
     case KW_DEFINED:
         report_pp(error_code(MSG_BAD_CONTROL_SYNTAX));

@@ -6,12 +6,14 @@
 // place that knows the token grammar.
 #include "cpp/state.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <string>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "support/platform.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -19,7 +21,6 @@ namespace {
 
 constexpr size_t MAX_ARGS = 31;
 constexpr size_t STRINGIZE_LIMIT = 1013; // units between the quotes
-constexpr size_t STRINGIZE_BUFFER = 1024;
 
 using ArgRows = std::vector<TokenRow>;
 
@@ -132,7 +133,8 @@ size_t param_index(const Symbol* sym, const PpToken* tp) {
 }
 
 void store_arg(const TokenRow* row, size_t from, size_t to, Args* args) {
-    if (args->rows.size() >= MAX_ARGS) report_pp(fatal_code(MSG_TOO_MANY_MACRO_ARGS));
+    if (args->rows.size() >= MAX_ARGS && !compile_state.extended)
+        report_pp(fatal_code(MSG_TOO_MANY_MACRO_ARGS));
     args->rows.emplace_back();
     TokenRow& arg = args->rows.back();
     copyRow(&arg, row->base + from, row->base + to);
@@ -220,30 +222,45 @@ size_t gatherArgs(TokenRow* row, size_t at, const Symbol* sym, Args* args) {
     return i - at;
 }
 
+// The arguments are copied: they leave the row, which keeps the name and the
+// parentheses, so that a call nested in another's argument does not leave a
+// copy of all that follows it at every level. Returns the call's new length.
+size_t drop_arguments(TokenRow* row, size_t at, size_t ntok) {
+    size_t open = at + 1;
+    while (row->base[open].type != K_LP) ++open;
+    size_t close = at + ntok - 1, n = close - open - 1;
+    if (n == 0) return ntok;
+    eraseTokens(row, open + 1, n);
+    // Room a deep nesting left behind goes back too.
+    constexpr size_t KEEP_TOKENS = 16;
+    if (row->max > KEEP_TOKENS && rowlen(row) * 4 < row->max)
+        growRow(std::max<size_t>(2 * rowlen(row), KEEP_TOKENS), row);
+    return ntok - n;
+}
+
 // ---- Substitution, # and ##
 
 PpToken stringize(const TokenRow* arg) {
-    char16_t buf[STRINGIZE_BUFFER];
-    size_t n = 0;
-    buf[n++] = u'"';
+    std::u16string buf = u"\"";
     for (const PpToken* tp = arg->base; tp < arg->last; ++tp) {
         if (tp->type == PP_NEWLINE) break;
-        if ((n - 1) + 2 * tp->len >= STRINGIZE_LIMIT) {
+        if ((buf.size() - 1) + 2 * tp->len >= STRINGIZE_LIMIT && !compile_state.extended) {
             report_pp(error_code(MSG_STRINGIZE_TOO_LONG));
             break;
         }
-        if (tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE)) buf[n++] = u' ';
+        if (tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE)) buf += u' ';
         bool quoted = tp->type == PP_STRING || tp->type == PP_CHAR;
         for (size_t i = 0; i < tp->len; ++i) {
             char16_t c = tp->text[i];
-            if (quoted && (c == u'"' || c == u'\\')) buf[n++] = u'\\';
-            buf[n++] = c;
+            if (quoted && (c == u'"' || c == u'\\')) buf += u'\\';
+            buf += c;
         }
     }
-    buf[n++] = u'"';
+    buf += u'"';
+    size_t n = buf.size();
     char16_t* p = scratch_alloc(n + 1);
     p[0] = u' ';
-    std::memcpy(p + 1, buf, n * sizeof(char16_t));
+    std::memcpy(p + 1, buf.data(), n * sizeof(char16_t));
     PpToken t{};
     t.type = PP_STRING;
     t.flag = FLAG_ROOM;
@@ -252,7 +269,38 @@ PpToken stringize(const TokenRow* arg) {
     return t;
 }
 
+// How often each parameter stands in the body as itself (to be replaced by
+// its expanded argument) and next to # or ## (by the argument as written).
+// Counted for the usual few parameters only, without a heap allocation;
+// the others always take a copy of their argument.
+constexpr size_t COUNTED_PARAMS = 32;
+struct ParamUses {
+    bool counted = false;
+    std::array<uint32_t, COUNTED_PARAMS> plain{}, raw{};
+};
+
+ParamUses count_uses(const Symbol* sym, const TokenRow* body) {
+    ParamUses u;
+    size_t n = body ? rowlen(body) : 0;
+    if (rowlen(sym->params) > COUNTED_PARAMS) return u;
+    u.counted = true;
+    for (size_t j = 0; j < n; ++j) {
+        const PpToken* tp = body->base + j;
+        if (tp->type == PP_HASH && j + 1 < n && param_index(sym, tp + 1) != SIZE_MAX) {
+            u.raw[param_index(sym, tp + 1)] += 1;
+            ++j;
+            continue;
+        }
+        size_t a = param_index(sym, tp);
+        if (a == SIZE_MAX) continue;
+        bool pasted = (j + 1 < n && tp[1].type == PP_PASTE) || (j > 0 && tp[-1].type == PP_PASTE);
+        (pasted ? u.raw : u.plain)[a] += 1;
+    }
+    return u;
+}
+
 void substitute(const Symbol* sym, TokenRow* work, Args* args) {
+    ParamUses uses = count_uses(sym, sym->replacement);
     size_t k = 0;
     while (k < rowlen(work)) {
         PpToken* tp = work->base + k;
@@ -285,6 +333,17 @@ void substitute(const Symbol* sym, TokenRow* work, Args* args) {
         if (pasted) {
             replaceTokens(work, k, 1, arg.base, rowlen(&arg), spaced);
             k += rowlen(&arg);
+            continue;
+        }
+        if (uses.counted && --uses.plain[a] == 0 && uses.raw[a] == 0) {
+            // The argument's last use: it is expanded where it is, not in a
+            // copy, so that calls nested in arguments need no copy per level.
+            TokenRow& own = args->rows[a];
+            own.cur = own.base;
+            expandRow(&own, u"<macro>");
+            replaceTokens(work, k, 1, own.base, rowlen(&own), spaced);
+            k += rowlen(&own);
+            freeRow(&own);
             continue;
         }
         ScopedRow x(rowlen(&arg) + 1);
@@ -404,10 +463,11 @@ void expandMacro(TokenRow* row, Symbol* sym) {
             row->cur = row->base + at + ntok;
             return;
         }
+        ntok = drop_arguments(row, at, ntok);
         substitute(sym, &work.row, &args);
     }
     paste(&work.row);
-    uint16_t hs = new_hideset(row->base[at].hideset, sym);
+    uint32_t hs = new_hideset(row->base[at].hideset, sym);
     for (PpToken* tp = work.row.base; tp < work.row.last; ++tp)
         if (tp->type == PP_NAME) tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
     if (has_open_comment(&work.row)) {

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "diag/report.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -61,11 +62,13 @@ void rehash(HidesetTable& t) {
     }
 }
 
-uint16_t intern(HidesetTable& t, const Symbol* const* m, size_t n) {
+uint32_t intern(HidesetTable& t, const Symbol* const* m, size_t n) {
     uint64_t h = hash_members(m, n);
     size_t slot = find_slot(t, m, n, h);
-    if (t.slots[slot] >= 0) return static_cast<uint16_t>(t.slots[slot]);
-    if (t.start.size() >= MAX_SETS) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
+    if (t.slots[slot] >= 0) return static_cast<uint32_t>(t.slots[slot]);
+    // The extended dialect names sets by 32-bit indexes; the slots hold 31 bits.
+    size_t limit = compile_state.extended ? size_t{INT32_MAX} : MAX_SETS;
+    if (t.start.size() >= limit) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
     auto index = static_cast<int32_t>(t.start.size());
     t.start.push_back(static_cast<uint32_t>(t.members.size()));
     t.members.insert(t.members.end(), m, m + n);
@@ -73,7 +76,7 @@ uint16_t intern(HidesetTable& t, const Symbol* const* m, size_t n) {
     t.hashes.push_back(h);
     t.slots[slot] = index;
     if (t.start.size() * 4 > t.slots.size() * 3) rehash(t);
-    return static_cast<uint16_t>(index);
+    return static_cast<uint32_t>(index);
 }
 
 } // namespace
@@ -88,7 +91,7 @@ void hideset_start() {
     t.run += 1;
 }
 
-uint16_t new_hideset(uint16_t hs, const Symbol* sym) {
+uint32_t new_hideset(uint32_t hs, const Symbol* sym) {
     HidesetTable& t = cpp.hidesets;
     if (hs >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
     // A name from the source gets the set of its macro alone, the most
@@ -99,23 +102,25 @@ uint16_t new_hideset(uint16_t hs, const Symbol* sym) {
         sym->alone_run = t.run;
         return sym->alone;
     }
-    const Symbol* set[HIDESET_MAX_MEMBERS + 1];
-    size_t n = 0;
+    std::vector<const Symbol*>& set = t.work;
+    set.clear();
     bool placed = false;
-    for (const Symbol* const* p = &t.members[t.start[hs]]; *p; ++p) {
-        if (*p == sym) return hs;
-        if (!placed && std::less<const Symbol*>()(sym, *p)) {
-            set[n++] = sym;
+    for (size_t i = t.start[hs]; const Symbol* p = t.members[i]; ++i) {
+        if (p == sym) return hs;
+        if (!placed && std::less<const Symbol*>()(sym, p)) {
+            set.push_back(sym);
             placed = true;
         }
-        set[n++] = *p;
+        set.push_back(p);
     }
-    if (!placed) set[n++] = sym;
-    if (n > HIDESET_MAX_MEMBERS) return hs; // deliberately dropped
-    return intern(t, set, n);
+    if (!placed) set.push_back(sym);
+    // Deliberately dropped, but for the extended dialect, where a chain of
+    // more than 30 macros must not expand for ever.
+    if (set.size() > HIDESET_MAX_MEMBERS && !compile_state.extended) return hs;
+    return intern(t, set.data(), set.size());
 }
 
-bool check_hideset(uint16_t hs, const Symbol* sym) {
+bool check_hideset(uint32_t hs, const Symbol* sym) {
     const HidesetTable& t = cpp.hidesets;
     if (hs >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"check_hideset");
     for (const Symbol* const* p = &t.members[t.start[hs]]; *p; ++p)
@@ -123,7 +128,7 @@ bool check_hideset(uint16_t hs, const Symbol* sym) {
     return false;
 }
 
-uint16_t unionHidesets(uint16_t a, uint16_t b) {
+uint32_t unionHidesets(uint32_t a, uint32_t b) {
     const HidesetTable& t = cpp.hidesets;
     if (b >= t.start.size()) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
     // The members are read by index: interning may move the table.

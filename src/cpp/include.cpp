@@ -5,9 +5,9 @@
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "support/paths.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -106,7 +106,8 @@ void doInclude(TokenRow* row) {
     if (compile_state.collect_dependencies &&
         (compile_state.extended || (!angled && cpp.includeDepth == 0)))
         record_include(path);
-    if (++cpp.includeDepth > MAX_INCLUDE_DEPTH) report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
+    if (++cpp.includeDepth > MAX_INCLUDE_DEPTH && !compile_state.extended)
+        report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
     pushSource(kept, nullptr);
     writeLineMarker();
 }

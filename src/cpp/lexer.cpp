@@ -278,6 +278,7 @@ void freeRow(TokenRow* row) {
 
 uint32_t lexLine(TokenRow* row, bool reset) {
     SourceFile* s = cpp.source;
+    cpp.lexing = row; // its texts move with a buffer that grows
     if (reset) {
         s->lineinc = 0;
         start_line(s);
@@ -311,7 +312,9 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                     ++cp;
                     continue;
                 }
-                if (foldLineSplice(s)) {
+                int folded = foldLineSplice(s);
+                cp = s->cursor; // a refill may have moved the buffer
+                if (folded) {
                     s->lineinc += 1;
                     continue;
                 }
@@ -376,6 +379,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
             case A_REFILL:
                 s->cursor = cp;
                 fillbuf(s);
+                cp = s->cursor;
                 continue;
             case A_STRING_END:
                 s->cursor = cp;

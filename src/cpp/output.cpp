@@ -5,10 +5,12 @@
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "diag/report.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -21,9 +23,11 @@ int put_tokens(TokenRow* row) {
         // Text that comes straight from one buffer is copied in one piece.
         for (++tp; tp < last && tp->text - tp->wslen == to; ++tp) to = tp->text + tp->len;
         auto n = static_cast<size_t>(to - from);
-        if (cpp.outpos + n >= OUTPUT_UNITS)
-            report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
-        std::memcpy(cpp.outbuf + cpp.outpos, from, n * sizeof(char16_t));
+        if (cpp.outpos + n >= cpp.outbuf.size()) {
+            if (!compile_state.extended) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
+            cpp.outbuf.resize(std::max(2 * cpp.outbuf.size(), cpp.outpos + n + 1));
+        }
+        std::memcpy(cpp.outbuf.data() + cpp.outpos, from, n * sizeof(char16_t));
         cpp.outpos += n;
     }
     row->cur = row->last;
@@ -52,12 +56,12 @@ size_t readPreprocessed(char16_t* dest, size_t max) {
         if (processLines(&cpp.mainRow)) cpp.preprocessDone = true;
     size_t n = cpp.outpos;
     if (n <= max) {
-        std::memcpy(dest, cpp.outbuf, n * sizeof(char16_t));
+        std::memcpy(dest, cpp.outbuf.data(), n * sizeof(char16_t));
         cpp.outpos = 0;
         return n;
     }
-    std::memcpy(dest, cpp.outbuf, max * sizeof(char16_t));
-    std::memmove(cpp.outbuf, cpp.outbuf + max, (n - max) * sizeof(char16_t));
+    std::memcpy(dest, cpp.outbuf.data(), max * sizeof(char16_t));
+    std::memmove(cpp.outbuf.data(), cpp.outbuf.data() + max, (n - max) * sizeof(char16_t));
     cpp.outpos = n - max;
     return max;
 }

@@ -49,7 +49,11 @@ bool would_merge(const PpToken& a, const PpToken& b) {
         (y == u'.' || ((x == u'e' || x == u'E') && (y == u'+' || y == u'-'))))
         return true;
     if (x == u'.' && (y == u'.' || (y >= u'0' && y <= u'9'))) return true;
-    if (a.type == PP_NAME && a.len == 1 && x == u'L' && (y == u'"' || y == u'\'')) return true;
+    // Literals never touch: the script lexer reads "a""b" as one string
+    // with a quote in it, and a name runs on into a quote.
+    bool literal_b = b.type == PP_STRING || b.type == PP_CHAR;
+    if (literal_b && (a.type == PP_STRING || a.type == PP_CHAR || a.type == PP_NAME)) return true;
+    if (a.type == PP_NUMBER && b.type == PP_CHAR) return true;
     static constexpr char16_t PAIRS[][3] = {u"++", u"+=", u"--", u"-=", u"->", u"<<", u"<=", u">>",
                                             u">=", u"==", u"!=", u"&&", u"&=", u"||", u"|=", u"##",
                                             u"%=", u"*=", u"/=", u"^=", u"//", u"/*"};
@@ -133,7 +137,7 @@ void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_
     row->last = base + newlen;
     // The white space in front of what was replaced goes to what replaces
     // it, or to the token after an empty replacement.
-    if (spaced && at + count < newlen)
+    if (spaced && (count || at < newlen))
         giveSpace(base + at);
     else if (count)
         separateToken(row, at);

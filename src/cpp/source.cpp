@@ -11,10 +11,10 @@
 
 #include <cstring>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "support/files.h"
 #include "support/paths.h"
+#include "support/state.h"
 #include "support/text.h"
 
 namespace tarn {
@@ -47,6 +47,36 @@ const char16_t* encoding_word(SourceEncoding e) {
     }
 }
 
+void keep_chunk(SourceFile* s, size_t bytes, size_t units) {
+    s->raw_pos += bytes;
+    s->chunk_bytes = static_cast<uint32_t>(bytes);
+    s->chunk_units = units;
+}
+
+// A line longer than the buffer, in the extended dialect: twice the room,
+// and the texts of the row being lexed moved along.
+void grow_buffer(SourceFile* s) {
+    size_t capacity = 2 * s->capacity;
+    char16_t* fresh = new char16_t[capacity + MARKER_UNITS];
+    auto used = static_cast<size_t>(s->end - s->buffer) + MARKER_UNITS;
+    std::memcpy(fresh, s->buffer, used * sizeof(char16_t));
+    auto from = reinterpret_cast<uintptr_t>(s->buffer);
+    auto to = reinterpret_cast<uintptr_t>(s->buffer + s->capacity + MARKER_UNITS);
+    auto moved = [&](const char16_t* p) { return fresh + (p - s->buffer); };
+    if (TokenRow* r = cpp.lexing) {
+        // The slots past `last` too: the lexer fills the one at `last`.
+        for (PpToken* tp = r->base; tp < r->base + r->max; ++tp) {
+            auto at = reinterpret_cast<uintptr_t>(tp->text);
+            if (at >= from && at < to) tp->text = moved(tp->text);
+        }
+    }
+    s->cursor = moved(s->cursor);
+    s->end = moved(s->end);
+    delete[] s->buffer;
+    s->buffer = fresh;
+    s->capacity = capacity;
+}
+
 // Reads a UTF-8 chunk; a sequence cut by the chunk's end is read again next time.
 size_t read_utf8(SourceFile* s, size_t room) {
     uint32_t got = 0;
@@ -57,15 +87,17 @@ size_t read_utf8(SourceFile* s, size_t room) {
     size_t n = plat_to_utf16(UTF8_CODE_PAGE, reinterpret_cast<const char*>(cpp.staging_utf8), whole,
                              s->end, room);
     if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), UTF8_CODE_PAGE);
+    keep_chunk(s, whole, n);
     return n;
 }
 
 size_t read_code_page(SourceFile* s, size_t room) {
     uint32_t got = 0;
     if (file_read_some(s->file, cpp.staging_cp, STAGING_BYTES, &got) || got == 0) return 0;
-    uint32_t cp = compile_state.code_page;
+    uint32_t cp = s->code_page;
     size_t n = plat_to_utf16(cp, reinterpret_cast<const char*>(cpp.staging_cp), got, s->end, room);
     if (n == 0) report(fatal_code(MSG_CONVERSION_FAILED), cp);
+    keep_chunk(s, got, n);
     return n;
 }
 
@@ -125,6 +157,8 @@ SourceFile* pushSource(const char16_t* name, const char16_t* text) {
     s->file = f;
     SourceEncoding e = detectEncoding(f);
     s->encoding = e;
+    s->code_page = compile_state.code_page;
+    s->signature = e != EncodingCodePage; // narrow text starts at byte 0
     if (e == EncodingUtf16BE || e == EncodingUtf32LE || e == EncodingUtf32BE)
         report(fatal_code(MSG_UNSUPPORTED_ENCODING), name, encoding_word(e));
     return s;
@@ -145,8 +179,11 @@ int32_t fillbuf(SourceFile* s) {
     size_t count = 0;
     if (s->file) {
         if (inject_prelude(s)) return 0;
-        char16_t* limit = s->buffer + INPUT_BUFFER_UNITS;
-        if (s->end + FILL_UNITS > limit) report_pp(fatal_code(MSG_INPUT_BUFFER_OVERFLOW));
+        if (s->end + FILL_UNITS > s->buffer + s->capacity) {
+            if (!compile_state.extended) report_pp(fatal_code(MSG_INPUT_BUFFER_OVERFLOW));
+            grow_buffer(s);
+        }
+        char16_t* limit = s->buffer + s->capacity;
         size_t room = static_cast<size_t>(limit - s->end);
         switch (s->encoding) {
         case EncodingUtf16LE:
@@ -175,9 +212,9 @@ int32_t fillbuf(SourceFile* s) {
 }
 
 int foldLineSplice(SourceFile* s) {
-    char16_t* bs = s->cursor;
-    while (s->end - (bs + 1) < 2)
+    while (s->end - (s->cursor + 1) < 2)
         if (fillbuf(s) == -1) break;
+    char16_t* bs = s->cursor;
     size_t drop = 0;
     if (bs[1] == u'\r' && bs[2] == u'\n')
         drop = 3;
@@ -188,6 +225,61 @@ int foldLineSplice(SourceFile* s) {
     std::memmove(bs, bs + drop, rest * sizeof(char16_t));
     s->end -= drop;
     return 1;
+}
+
+namespace {
+
+size_t units_of(uint32_t code_page, const char* bytes, size_t n) {
+    return n ? plat_to_utf16(code_page, bytes, n, nullptr, 0) : 0;
+}
+
+// Where in the chunk's bytes the text still buffered begins: the bytes
+// before decode to the units already read, those after to the `left`
+// units. The unit count grows with the prefix, so a binary search finds
+// the candidates. SIZE_MAX when there is no such place.
+size_t remainder_start(uint32_t code_page, const char* bytes, size_t n, size_t units, size_t left) {
+    size_t read = units - left, lo = 0, hi = n;
+    while (lo < hi) {
+        size_t mid = lo + (hi - lo) / 2;
+        if (units_of(code_page, bytes, mid) < read)
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    constexpr size_t LONGEST_CHARACTER = 4;
+    for (size_t b = lo; b <= n && b < lo + LONGEST_CHARACTER; ++b)
+        if (units_of(code_page, bytes, b) == read && units_of(code_page, bytes + b, n - b) == left)
+            return b;
+    return SIZE_MAX;
+}
+
+} // namespace
+
+void switch_code_page(SourceFile* s, uint32_t code_page) {
+    if (!s->file || s->signature) return;
+    uint32_t old = s->encoding == EncodingUtf8 ? UTF8_CODE_PAGE : s->code_page;
+    s->code_page = code_page;
+    s->encoding = code_page == UTF8_CODE_PAGE ? EncodingUtf8 : EncodingCodePage;
+    // The refill only ever adds to text that is all read, so what is
+    // buffered beyond the cursor is the tail of the last chunk.
+    auto left = static_cast<size_t>(s->end - s->cursor);
+    if (left == 0 || left > s->chunk_units) return;
+    std::vector<char> bytes(s->chunk_bytes);
+    uint64_t start = s->raw_pos - s->chunk_bytes;
+    uint32_t got = 0;
+    if (file_seek(s->file, static_cast<int64_t>(start), SeekOrigin::begin) ||
+        file_read_some(s->file, bytes.data(), s->chunk_bytes, &got) || got != s->chunk_bytes)
+        report_pp(fatal_code(MSG_READ_ERROR));
+    size_t b = remainder_start(old, bytes.data(), got, s->chunk_units, left);
+    if (b == SIZE_MAX) b = got; // the buffered text stays as it was decoded
+    if (file_seek(s->file, static_cast<int64_t>(start + b), SeekOrigin::begin))
+        report_pp(fatal_code(MSG_READ_ERROR));
+    s->raw_pos = start + b;
+    s->chunk_bytes = 0;
+    s->chunk_units = 0;
+    if (b == got) return;
+    s->end = s->cursor; // read again at the next refill
+    put_marks(s->end, BufferEndMark);
 }
 
 } // namespace tarn

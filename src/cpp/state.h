@@ -60,18 +60,31 @@ struct SourceFile {
     int32_t ifdepth = 0;
     const char16_t* name = nullptr; // not owned
     SourceFile* previous = nullptr;
+    size_t capacity = INPUT_BUFFER_UNITS; // text room; grows when extended
+    // Narrow text: its code page, which #pragma code_page may change for the
+    // rest of the file, and the last chunk read (file offset after it, bytes
+    // and units), so that what is buffered past the pragma can be read again.
+    uint32_t code_page = 0;
+    bool signature = false; // a byte-order mark fixes the whole file's encoding
+    uint64_t raw_pos = 0;
+    uint32_t chunk_bytes = 0;
+    size_t chunk_units = 0;
 };
 
 // Adds the newlines that handling a line consumed. `#line` may have set the
 // count near its limit; it wraps as 32-bit arithmetic does.
 inline void advance_line(SourceFile* s) {
-    s->line = static_cast<int32_t>(static_cast<uint32_t>(s->line) + static_cast<uint32_t>(s->lineinc));
+    s->line =
+        static_cast<int32_t>(static_cast<uint32_t>(s->line) + static_cast<uint32_t>(s->lineinc));
 }
 
 SourceFile* pushSource(const char16_t* name, const char16_t* text);
 void popSource();
 int32_t fillbuf(SourceFile* s);
 int foldLineSplice(SourceFile* s);
+// Decodes the rest of the file (from the cursor on) with another code page;
+// files with a byte-order mark keep theirs.
+void switch_code_page(SourceFile* s, uint32_t code_page);
 SourceEncoding detectEncoding(FileHandle f);
 
 // ---- Lexer and rows (lexer.cpp, rows.cpp)
@@ -171,7 +184,7 @@ struct Symbol {
     // The set of this symbol alone, once made in the run numbered alone_run:
     // a cache, hence mutable.
     mutable uint32_t alone_run = 0;
-    mutable uint16_t alone = 0;
+    mutable uint32_t alone = 0;
 };
 
 constexpr size_t SYMBOL_BUCKETS = 512; // at first; doubled when the table fills
@@ -193,9 +206,9 @@ inline bool macro_bit_set(const uint32_t* bits, const PpToken* tp) {
 
 // ---- Hidesets (hideset.cpp)
 void hideset_start();
-uint16_t new_hideset(uint16_t hs, const Symbol* sym);
-bool check_hideset(uint16_t hs, const Symbol* sym);
-uint16_t unionHidesets(uint16_t a, uint16_t b);
+uint32_t new_hideset(uint32_t hs, const Symbol* sym);
+bool check_hideset(uint32_t hs, const Symbol* sym);
+uint32_t unionHidesets(uint32_t a, uint32_t b);
 
 constexpr size_t HIDESET_MAX_MEMBERS = 30;
 
@@ -204,6 +217,7 @@ struct HidesetTable {
     std::vector<const Symbol*> members; // each set in address order, then null
     std::vector<uint64_t> hashes;       // of each set
     std::vector<int32_t> slots;         // open-addressed index of the sets
+    std::vector<const Symbol*> work;    // the set being made
     uint32_t run = 0;                   // counts the starts of the table
 };
 
@@ -266,6 +280,7 @@ struct CppState {
 
     // Lexer
     int16_t lexTable[32][256] = {};
+    TokenRow* lexing = nullptr; // the row the lexer appends to
     uint32_t macroBits[64] = {};
 
     // Symbols and hidesets
@@ -277,13 +292,14 @@ struct CppState {
     // Conditionals and includes
     int64_t ifDepth = 0;
     int64_t skipLevel = 0;
-    uint8_t ifState[MAX_IF_DEPTH + 1] = {};
-    int32_t ifLine[MAX_IF_DEPTH + 1] = {};
+    // One entry per depth; the extended dialect grows them past the limit.
+    std::vector<uint8_t> ifState = std::vector<uint8_t>(MAX_IF_DEPTH + 1);
+    std::vector<int32_t> ifLine = std::vector<int32_t>(MAX_IF_DEPTH + 1);
     int32_t includeDepth = 0;
     IncludeDir* includeDirs = nullptr;
 
     // Output
-    char16_t outbuf[OUTPUT_UNITS] = {};
+    std::vector<char16_t> outbuf = std::vector<char16_t>(OUTPUT_UNITS); // grows when extended
     size_t outpos = 0;
     bool preprocessDone = false;
     Scratch scratch;

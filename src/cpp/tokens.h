@@ -28,7 +28,7 @@ enum PpKind : uint8_t {
 struct PpToken {
     uint8_t type = PP_END;
     uint8_t flag = 0;     // bit 0: the space before it was inserted by expansion
-    uint16_t hideset = 0; // 0 = empty
+    uint32_t hideset = 0; // 0 = empty
     uint64_t wslen = 0;   // white-space units in front of text
     uint64_t len = 0;
     const char16_t* text = nullptr;

@@ -249,6 +249,8 @@ const CatalogueEntry entries[] = {
            u"Dubblerad resurs: typ %1, namn %2, språk 0x%3!X!, först definierad i %4 på rad %5!u!.\r\n"},
     {0x76, u"Too large for a 16-bit field: %1 is %2!u!, at most 65535.\r\n",
            u"För stort för ett 16-bitarsfält: %1 är %2!u!, högst 65535.\r\n"},
+    {0x77, u"SOURCE_DATE_EPOCH is not a number of seconds since 1970: '%1'; the clock is used.\r\n",
+           u"SOURCE_DATE_EPOCH är inget antal sekunder sedan 1970: '%1'; klockan används.\r\n"},
 };
 // clang-format on
 

@@ -1,4 +1,4 @@
-// The message catalogue: messages 0x01..0x76 in English and Swedish, kept as
+// The message catalogue: messages 0x01..0x77 in English and Swedish, kept as
 // the platform's message table holds them (each text ends in CR LF unless
 // "%0" stops it first). This one source feeds the library, the driver and
 // the message-table resource of the Windows build.

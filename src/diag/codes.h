@@ -139,14 +139,15 @@ enum Msg : uint32_t {
     MSG_PREFIX_WARNING = 0x72,
     MSG_UNKNOWN_OPTION = 0x73,
     MSG_ABORTED = 0x74,
-    // Beyond the original table: the checks that the original lacks.
+    // Later additions: checks of both dialects, and the modern dialect's.
     MSG_DUPLICATE_RESOURCE = 0x75,
     MSG_FIELD_TOO_LARGE = 0x76,
+    MSG_BAD_SOURCE_DATE_EPOCH = 0x77,
 };
 } // namespace message_numbers
 
 constexpr uint32_t MSG_FIRST = 0x01;
-constexpr uint32_t MSG_LAST = 0x76;
+constexpr uint32_t MSG_LAST = 0x77;
 
 constexpr DiagnosticCode error_code(Msg m) { return SEVERITY_ERROR | CODE_LIBRARY | m; }
 constexpr DiagnosticCode warning_code(Msg m) { return SEVERITY_WARNING | CODE_LIBRARY | m; }

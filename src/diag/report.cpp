@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <span>
 
-#include "support/state.h"
 #include "cpp/preprocessor.h"
 #include "cpp/tokens.h"
 #include "script/lexer.h"
 #include "support/platform.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -201,6 +201,17 @@ void report_args(DiagnosticCode code, Args args) {
         std::u16string text = script_text(code, args);
         uint32_t line = script_location.script_line;
         const char16_t* file = line ? script_location.script_file : nullptr;
+        callback(severity_class(code), file, line, text.c_str());
+    }
+    conclude(code);
+}
+
+void report_at_source_args(DiagnosticCode code, Args args) {
+    if (tarn_error_callback callback = compile_state.error_callback) {
+        std::u16string text = script_text(code, args);
+        const char16_t* file = nullptr;
+        uint32_t line = 0;
+        pp_location(&file, &line);
         callback(severity_class(code), file, line, text.c_str());
     }
     conclude(code);

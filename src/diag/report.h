@@ -14,8 +14,8 @@ namespace tarn {
 // Thrown by a fatal diagnostic (and by an abort); caught at the export.
 struct FatalUnwind {};
 
-constexpr size_t PP_RAW_BUFFER = 256;     // prefix and raw text, preprocessor report
-constexpr size_t PP_TEXT_BUFFER = 512;    // expanded text, preprocessor report
+constexpr size_t PP_RAW_BUFFER = 256;      // prefix and raw text, preprocessor report
+constexpr size_t PP_TEXT_BUFFER = 512;     // expanded text, preprocessor report
 constexpr size_t SCRIPT_TEXT_BUFFER = 512; // script report
 
 struct DiagState {
@@ -38,6 +38,14 @@ template <class... A> DiagnosticCode report_pp(DiagnosticCode code, const A&... 
 void report_args(DiagnosticCode code, std::initializer_list<MsgArg> args);
 template <class... A> void report(DiagnosticCode code, const A&... inserts) {
     report_args(code, {MsgArg(inserts)...});
+}
+
+// The script report's text (platform formatter inserts) at the
+// preprocessor report's location: for such messages raised while the
+// preprocessor reads a line, whose place the script lexer has not reached.
+void report_at_source_args(DiagnosticCode code, std::initializer_list<MsgArg> args);
+template <class... A> void report_at_source(DiagnosticCode code, const A&... inserts) {
+    report_at_source_args(code, {MsgArg(inserts)...});
 }
 
 // Formats a catalogue message into a new string (empty when it has none).

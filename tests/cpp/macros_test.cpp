@@ -51,7 +51,7 @@ TEST_F(Macros, Messages) {
         {"#define f(x) #x\nf(a " + arg + ")\n", "\"a\"",
          "error: Stringified macro arg is too long."},
         {"#define h(a,b) a##b\nh(+,-)\n", "+-", "warning: Bad token (+-) produced by ##."},
-        {"#define f(x) ## x\nf(1)\n", "##1", "error: ## occurs at border of replacement."},
+        {"#define f(x) ## x\nf(1)\n", "## 1", "error: ## occurs at border of replacement."},
         {"#define f(x) #y x\nf(1)\n", "#y 1", "error: # not followed by macro parameter."},
         {"#define f(a,b) a+b\nf(1) f(1,2)\n", "f(1) 1+2",
          "error: Disagreement in number of macro arguments."},
