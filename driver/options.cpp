@@ -247,7 +247,7 @@ static bool slash_option_here(std::u16string_view arg, const std::vector<std::u1
         return false;
     Options probe;
     size_t at = i;
-    return take_option(probe, arg.substr(1), args, &at) && probe.action == Action::compile;
+    return take_option(probe, arg, args, &at) && probe.action == Action::compile;
 }
 
 Options parse_options(const std::vector<std::u16string>& args, bool slash_options) {

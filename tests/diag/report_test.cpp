@@ -89,7 +89,7 @@ TEST_F(Report, FallbackTexts) {
     EXPECT_FALSE(diags[0].has_file); // no source open
     EXPECT_EQ(pp(ERR_WRITE_FAULT | SEVERITY_WARNING), "*** No message for error 0x8000001D ***\n");
     EXPECT_EQ(script(error_code(static_cast<Msg>(MSG_LAST + 1))),
-              "*** No message for error 0xE0000077 ***\n");
+              "*** No message for error 0xE0000078 ***\n");
     EXPECT_EQ(diags.back().severity, 1);
     EXPECT_EQ(errors(), 1);
 }
