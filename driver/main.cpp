@@ -15,6 +15,7 @@
 #include "makerule.h"
 #include "messages.h"
 #include "options.h"
+#include "preflight.h"
 #include "utf.h"
 
 #ifdef _WIN32
@@ -162,8 +163,16 @@ void print_make_rule(const Options& o) {
     print(Stream::out, make_rule(o.output, o.input, deps));
 }
 
+// A stop by signal exits as a shell reports one: 128 and the signal.
+constexpr int EXIT_SIGNAL_BASE = 128;
+
 int compile(const Options& o) {
     if (o.verbose) print_banner();
+    bool to_file = !o.preprocess_only && !o.make_rule;
+    if (std::optional<PathProblem> p = check_paths(o.input, to_file ? o.output : u"")) {
+        print(Stream::err, path_problem_text(*p, o.input, o.output));
+        return EXIT_FAILED;
+    }
     if (!configure(o)) return EXIT_USAGE;
     catch_interrupt(on_interrupt);
     int32_t ok = 0;
@@ -174,8 +183,9 @@ int compile(const Options& o) {
     else
         ok = compile_script_w(o.input.c_str(), o.output.c_str());
     if (!ok) {
-        if (abort_requested.load()) print(Stream::err, message(MSG_ABORTED, {o.input}));
-        return EXIT_FAILED;
+        if (!abort_requested.load()) return EXIT_FAILED;
+        print(Stream::err, message(MSG_ABORTED, {o.input}));
+        return stop_signal() ? EXIT_SIGNAL_BASE + stop_signal() : EXIT_FAILED;
     }
     if (o.make_rule && !o.preprocess_only) print_make_rule(o);
     return EXIT_OK;
@@ -183,8 +193,9 @@ int compile(const Options& o) {
 
 } // namespace
 
-int main(int argc, char** argv) {
-    Options o = parse_options(command_line(argc, argv), slash_starts_option());
+namespace {
+
+int run(const Options& o) {
     switch (o.action) {
     case Action::help:
         print_usage();
@@ -200,4 +211,16 @@ int main(int argc, char** argv) {
         return compile(o);
     }
     return EXIT_USAGE;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int status = run(parse_options(command_line(argc, argv), slash_starts_option()));
+    // What was asked for on standard output and not written is no success.
+    if (status == EXIT_OK && standard_output_failed()) {
+        print(Stream::err, lost_output_text());
+        return EXIT_FAILED;
+    }
+    return status;
 }
