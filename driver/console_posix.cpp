@@ -133,8 +133,7 @@ void catch_interrupt(void (*on_interrupt)()) {
         // A hang-up ignored when we started (nohup) stays ignored. SIGINT
         // is taken even when a script started us in the background with it
         // ignored: a stop asked for is better than a run to the end.
-        if (s == SIGHUP && sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN)
-            continue;
+        if (s == SIGHUP && sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
         sigaction(s, &action, nullptr);
     }
     signal(SIGPIPE, SIG_IGN);

@@ -65,10 +65,9 @@ std::optional<PathProblem> check_output(const fs::path& out) {
     std::error_code ec;
     fs::file_status st = fs::status(out, ec);
     if (fs::is_directory(st)) return PathProblem::output_is_folder;
-    if (fs::is_regular_file(st) && (st.permissions() & fs::perms::all & (fs::perms::owner_write |
-                                                                         fs::perms::group_write |
-                                                                         fs::perms::others_write)) ==
-                                       fs::perms::none)
+    if (fs::is_regular_file(st) && (st.permissions() & fs::perms::all &
+                                    (fs::perms::owner_write | fs::perms::group_write |
+                                     fs::perms::others_write)) == fs::perms::none)
         return PathProblem::output_read_only;
     if (fs::exists(st)) { // a device or pipe takes the output as it is
         if (!fs::is_regular_file(st)) return std::nullopt;

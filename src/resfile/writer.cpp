@@ -8,8 +8,8 @@
 #include <cassert>
 #include <vector>
 
-#include "support/state.h"
 #include "support/files.h"
+#include "support/state.h"
 
 namespace tarn {
 

@@ -17,10 +17,10 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <map>
 #include <memory>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -467,10 +467,10 @@ namespace {
 
 // The output being written: see plat_output_begin.
 struct PendingOutput {
-    std::string target;   // the file that the output replaces
-    std::string temp;     // empty when the output is written in place
-    int guard = -1;       // the existing target, locked while the output is written
-    bool linked = false;  // the target has other names: its contents are replaced in place
+    std::string target;  // the file that the output replaces
+    std::string temp;    // empty when the output is written in place
+    int guard = -1;      // the existing target, locked while the output is written
+    bool linked = false; // the target has other names: its contents are replaced in place
 };
 PendingOutput pending;
 unsigned temp_counter = 0;
@@ -551,8 +551,10 @@ uint32_t copy_into_target() {
         for (ssize_t done = 0; !e && done < n;) {
             ssize_t w = write(to, buffer + done, size_t(n - done));
             if (w < 0 && errno == EINTR) continue;
-            if (w <= 0) e = w < 0 ? error_from_errno(errno, ERR_WRITE_FAULT) : ERR_WRITE_FAULT;
-            else done += w;
+            if (w <= 0)
+                e = w < 0 ? error_from_errno(errno, ERR_WRITE_FAULT) : ERR_WRITE_FAULT;
+            else
+                done += w;
         }
     }
     close(from);

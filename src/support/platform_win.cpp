@@ -119,8 +119,8 @@ namespace {
 // The output being written: see plat_output_begin.
 struct PendingOutput {
     std::u16string target;
-    std::u16string temp;            // empty when the output is written in place
-    HANDLE guard = nullptr;          // the existing target, held while the output is written
+    std::u16string temp;    // empty when the output is written in place
+    HANDLE guard = nullptr; // the existing target, held while the output is written
 };
 PendingOutput pending;
 unsigned temp_counter = 0;

@@ -3,9 +3,9 @@
 // collected without an output.
 #include "harness/harness.h"
 
-#include "support/state.h"
 #include "resfile/writer.h"
 #include "support/files.h"
+#include "support/state.h"
 
 using namespace tarn;
 using Bytes = std::vector<uint8_t>;
