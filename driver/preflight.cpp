@@ -26,6 +26,8 @@ struct ProblemText {
 constexpr ProblemText PROBLEM_TEXTS[] = {
     {PathProblem::input_not_a_file, u"Cannot read '%1': it is not a file.",
      u"Det går inte att läsa '%1': det är ingen fil."},
+    {PathProblem::output_is_input, u"Cannot write the output file '%1': it is the script.",
+     u"Det går inte att skriva utdatafilen '%1': det är skriptet."},
     {PathProblem::output_is_folder, u"Cannot write the output file '%1': it is a folder.",
      u"Det går inte att skriva utdatafilen '%1': det är en mapp."},
     {PathProblem::output_folder_missing,
@@ -86,6 +88,8 @@ std::optional<PathProblem> check_paths(const std::u16string& input, const std::u
     fs::file_status in = fs::status(native_path(input), ec);
     if (fs::exists(in) && !fs::is_regular_file(in)) return PathProblem::input_not_a_file;
     if (output.empty()) return std::nullopt;
+    if (fs::equivalent(native_path(input), native_path(output), ec))
+        return PathProblem::output_is_input;
     return check_output(native_path(output));
 }
 

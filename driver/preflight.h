@@ -11,6 +11,7 @@ namespace tarn_driver {
 
 enum class PathProblem {
     input_not_a_file,      // a folder, pipe or device named as the script
+    output_is_input,       // -Fo names the script itself
     output_is_folder,      // -Fo names a folder
     output_folder_missing, // -Fo names a file in a folder that does not exist
     output_folder_locked,  // the folder may not be written

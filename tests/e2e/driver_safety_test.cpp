@@ -143,6 +143,8 @@ TEST_F(DriverSafety, FailuresNameTheFile) {
         {{"-Fo", "ro.res", "app.rc"},
          "Cannot write the output file 'ro.res': the file is read-only.\n"},
         {{"pipe.rc"}, "Cannot read 'pipe.rc': it is not a file.\n"},
+        {{"-Fo", "./app.rc", "app.rc"},
+         "Cannot write the output file './app.rc': it is the script.\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args[0]);

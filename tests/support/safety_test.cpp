@@ -48,25 +48,31 @@ class Safety : public tarn_test::FreshLibrary {
 
 constexpr const char* SCRIPT = "1 RCDATA BEGIN 1 END\n";
 
+// The system's text for an error number (wine words them its own way).
+std::string system_text(uint32_t error) {
+    std::string t = tarn_test::u8(plat_system_message(error));
+    return t.substr(0, t.find_last_not_of("\r\n") + 1);
+}
+
 // Every case compiles app.rc (which includes res.h) into the output named
 // and names the files that must be exactly as they were before.
 struct OutputCase {
     const char* what;
     std::function<std::u16string()> output; // sets up, gives the output path
     int32_t result;
-    const char* message; // a part of the diagnostics; empty for none
+    std::string message; // a part of the diagnostics; empty for none
 };
 
 TEST_F(Safety, FailedCompilesDeleteNothingTheyDidNotWrite) {
     int held = -1; // a reader's lock, as another compile's include takes it
     const OutputCase cases[] = {
         {"the script itself", [this] { return wide(path_of("app.rc")); }, 0,
-         "being used by another process"},
+         system_text(ERR_SHARING_VIOLATION)},
         {"an included header", [this] { return wide(path_of("res.h")); }, 0,
-         "being used by another process"},
-        {"a folder", [this] { return wide(path_of("sub")); }, 0, "Access is denied."},
+         system_text(ERR_SHARING_VIOLATION)},
+        {"a folder", [this] { return wide(path_of("sub")); }, 0, system_text(ERR_ACCESS_DENIED)},
         {"a file in a missing folder", [this] { return wide(path_of("nodir") / "x.res"); }, 0,
-         "The system cannot find the path specified."},
+         system_text(ERR_PATH_NOT_FOUND)},
         {"an existing output of a failing script",
          [this] {
              write_file("app.rc", "#include \"res.h\"\n1 RCDATA BEGIN x END\n");
@@ -80,7 +86,7 @@ TEST_F(Safety, FailedCompilesDeleteNothingTheyDidNotWrite) {
                                                      fs::perms::others_read);
              return wide(path_of("old.res"));
          },
-         0, "Access is denied."},
+         0, system_text(ERR_ACCESS_DENIED)},
         {"a file another compile holds",
          [&held, this] {
              held = open(path_of("old.res").c_str(), O_RDONLY);
@@ -130,6 +136,24 @@ TEST_F(Safety, SuccessReplacesTheOutputWhole) {
               fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
 #endif
     EXPECT_EQ(strays({"app.rc", "out.res"}), std::vector<std::string>{});
+#ifndef _WIN32
+    // A symbolic link keeps pointing at its file; a file with other names
+    // stays shared with them.
+    write_file("target.res", "old");
+    fs::create_symlink(path_of("target.res"), path_of("link.res"));
+    write_file("shared.res", "old");
+    fs::create_hard_link(path_of("shared.res"), path_of("other-name.res"));
+    reattach(); // one compile per load of the library
+    ASSERT_EQ(compile_to("app.rc", wide(path_of("link.res"))), 1);
+    reattach();
+    ASSERT_EQ(compile_to("app.rc", wide(path_of("shared.res"))), 1);
+    EXPECT_TRUE(fs::is_symlink(path_of("link.res")));
+    EXPECT_EQ(fs::file_size(path_of("target.res")), 68u);
+    EXPECT_EQ(fs::file_size(path_of("other-name.res")), 68u);
+    EXPECT_EQ(
+        strays({"app.rc", "out.res", "target.res", "link.res", "shared.res", "other-name.res"}),
+        std::vector<std::string>{});
+#endif
 }
 
 #ifndef _WIN32
