@@ -107,6 +107,31 @@ TEST_F(DriverSafety, ASignalStopsOneHugeStatementAndRemovesTheOutput) {
     }
 }
 
+// Compiles racing into one output: whenever one reports success, the
+// output is there and whole.
+TEST_F(DriverSafety, ConcurrentCompilesIntoOneOutput) {
+    write("data.bin", std::string(size_t(3) << 20, 'd'));
+    write("app.rc", "1 RCDATA \"data.bin\"\n2 RCDATA \"data.bin\"\n");
+    ASSERT_EQ(run({"-Fo", "ref.res", "app.rc"}).status, 0);
+    uint64_t whole = fs::file_size(dir_ / "ref.res");
+    for (int trial = 0; trial < 5; ++trial) {
+        SCOPED_TRACE(trial);
+        fs::remove(dir_ / "out.res");
+        std::vector<Process> runs;
+        for (int i = 0; i < 8; ++i) runs.push_back(start({"-Fo", "out.res", "app.rc"}));
+        int succeeded = 0;
+        for (Process& r : runs) {
+            finish(&r);
+            succeeded += r.status == 0;
+            EXPECT_TRUE(r.status == 0 || r.status == 1) << r.status;
+        }
+        EXPECT_GT(succeeded, 0);
+        ASSERT_TRUE(fs::exists(dir_ / "out.res"));
+        EXPECT_EQ(fs::file_size(dir_ / "out.res"), whole);
+        EXPECT_EQ(entries(), 5u); // app.rc, data.bin, ref.res, out.res, stderr.txt
+    }
+}
+
 TEST_F(DriverSafety, LostStandardOutputFails) {
     write("app.rc", "#define X 1\n1 RCDATA BEGIN X END\n");
     const struct {
