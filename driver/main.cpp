@@ -55,11 +55,19 @@ void on_interrupt() {
     set_abort_flag();
 }
 
-void on_error(int32_t, const char16_t* file, uint32_t line, const char16_t* text) {
+void on_error(int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
     print(Stream::err, diagnostic_line(file, line, text));
+    std::u16string in_question = severity != 0 ? file_in_question(text) : u"";
+    if (!in_question.empty()) print(Stream::err, file_in_question_text(in_question));
+}
+
+// Not shown without -v: it only marks where each resource begins.
+void on_info_quiet(const char16_t*) {
+    note_resource_start();
 }
 
 void on_info(const char16_t* text) {
+    note_resource_start();
     print(Stream::out, as_lines(text));
 }
 
@@ -126,7 +134,7 @@ int dump(const Options& o) {
 // Hands the options to the library; false after a bad code page.
 bool configure(const Options& o) {
     set_error_function_w(on_error, o.make_rule ? 1 : 0);
-    if (o.verbose) set_information_function_w(on_info);
+    set_information_function_w(o.verbose ? on_info : on_info_quiet);
     if (o.code_page_given && !set_codepage(o.code_page)) {
         print(Stream::err, message(MSG_INVALID_CODEPAGE, {o.code_page}));
         return false;

@@ -8,6 +8,8 @@
 #include <unistd.h>
 #endif
 
+#include <tarn/tarn.h>
+
 #include "messages.h"
 #include "utf.h"
 
@@ -39,6 +41,28 @@ constexpr ProblemText PROBLEM_TEXTS[] = {
     {PathProblem::output_read_only, u"Cannot write the output file '%1': the file is read-only.",
      u"Det går inte att skriva utdatafilen '%1': filen är skrivskyddad."},
 };
+
+constexpr const char16_t* IN_QUESTION_ENGLISH = u"This concerns the file '%1'.";
+constexpr const char16_t* IN_QUESTION_SWEDISH = u"Det gäller filen '%1'.";
+
+struct Records {
+    size_t count = 0;
+    std::u16string last;
+};
+size_t records_at_resource_start = 0;
+
+Records file_records() {
+    Records r;
+    tarn_file_info_callback take = [](const char16_t*, const char16_t*, uint16_t,
+                                      const char16_t* path, uint64_t context) -> int32_t {
+        Records* records = reinterpret_cast<Records*>(uintptr_t(context));
+        records->count += 1;
+        records->last = path ? path : u"";
+        return 1;
+    };
+    enum_file_info_w(take, uint64_t(reinterpret_cast<uintptr_t>(&r)));
+    return r;
+}
 
 constexpr const char16_t* LOST_OUTPUT_ENGLISH =
     u"Cannot write to standard output: the output is incomplete.";
@@ -101,6 +125,23 @@ std::u16string path_problem_text(PathProblem problem, const std::u16string& inpu
             return expand_message(swedish ? t.swedish : t.english,
                                   {problem == PathProblem::input_not_a_file ? input : output});
     return std::u16string();
+}
+
+void note_resource_start() {
+    records_at_resource_start = file_records().count;
+}
+
+std::u16string file_in_question(std::u16string_view text) {
+    Records r = file_records();
+    if (r.count <= records_at_resource_start) return std::u16string();
+    size_t part = r.last.find_last_of(u"\\/:");
+    std::u16string_view name = std::u16string_view(r.last).substr(part + 1); // npos + 1 is 0
+    return text.find(name) == std::u16string_view::npos ? r.last : std::u16string();
+}
+
+std::u16string file_in_question_text(const std::u16string& path) {
+    bool swedish = driver_language() == tarn::Language::swedish;
+    return expand_message(swedish ? IN_QUESTION_SWEDISH : IN_QUESTION_ENGLISH, {path});
 }
 
 std::u16string lost_output_text() {

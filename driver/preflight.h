@@ -26,6 +26,18 @@ std::optional<PathProblem> check_paths(const std::u16string& input, const std::u
 std::u16string path_problem_text(PathProblem problem, const std::u16string& input,
                                  const std::u16string& output);
 
+// Which file a failure concerns, when its text (the system's) names none:
+// the library records each file a resource is copied from as the
+// statement begins, and announces each resource on the information
+// callback. A record made since the last announcement belongs to the
+// statement that failed.
+void note_resource_start(); // from the information callback
+// From the error callback: the file, when the diagnostic's text does not
+// name it already; else empty.
+std::u16string file_in_question(std::u16string_view text);
+// The line naming it.
+std::u16string file_in_question_text(const std::u16string& path);
+
 // The message for standard output that could not be written all.
 std::u16string lost_output_text();
 

@@ -158,6 +158,12 @@ TEST_F(DriverSafety, FailuresNameTheFile) {
     fs::permissions(dir_ / "ro.res", fs::perms::owner_read);
     fs::create_directories(dir_ / "folder");
     ASSERT_EQ(mkfifo((dir_ / "pipe.rc").c_str(), 0666), 0);
+    write("icon.rc", "1 ICON \"cut.ico\"\n2 ICON \"missing.ico\"\n");
+    write("cut.ico", std::string("\0\0\1\0\1\0", 6)); // one image, but no entry for it
+    std::string icon_message = "icon.rc(1): error: The system cannot read from the specified "
+                               "device.\nThis concerns the file '" +
+                               (dir_ / "cut.ico").string() +
+                               "'.\nicon.rc(2): error: File not found: 'missing.ico'.\n";
     const struct {
         std::vector<std::string> args;
         const char* message;
@@ -168,6 +174,7 @@ TEST_F(DriverSafety, FailuresNameTheFile) {
         {{"-Fo", "ro.res", "app.rc"},
          "Cannot write the output file 'ro.res': the file is read-only.\n"},
         {{"pipe.rc"}, "Cannot read 'pipe.rc': it is not a file.\n"},
+        {{"icon.rc"}, ""},
         {{"-Fo", "./app.rc", "app.rc"},
          "Cannot write the output file './app.rc': it is the script.\n"},
     };
@@ -175,7 +182,7 @@ TEST_F(DriverSafety, FailuresNameTheFile) {
         SCOPED_TRACE(c.args[0]);
         Process r = run(c.args);
         EXPECT_EQ(r.status, 1);
-        EXPECT_EQ(r.err, c.message);
+        EXPECT_EQ(r.err, *c.message ? c.message : icon_message);
     }
     EXPECT_EQ(run({"-Fo", "/dev/null", "app.rc"}).status, 0);
 }
