@@ -20,8 +20,13 @@ std::vector<std::u16string> command_line(int argc, char** argv);
 
 // Writes text whose line breaks are "\n"; each becomes the platform's line
 // ending. A console gets UTF-16; a pipe or file UTF-8 on POSIX and the
-// console output code page on Windows.
-void console_write(Stream stream, std::u16string_view text);
+// console output code page on Windows. False when not all of it was
+// written (a full disk, a closed pipe).
+bool console_write(Stream stream, std::u16string_view text);
+
+// Whether some write to standard output has failed: what was asked for is
+// then incomplete, which is no success.
+bool standard_output_failed();
 
 bool user_language_swedish();
 
@@ -32,9 +37,14 @@ uint32_t default_code_page();
 // when it carries one (Windows only).
 std::optional<std::u16string> library_message(uint32_t id);
 
-// Calls `on_interrupt` on Ctrl-C (from a signal handler or another thread:
-// it must only set flags). A second Ctrl-C ends the program as usual.
+// Calls `on_interrupt` on Ctrl-C, and on POSIX on SIGTERM and SIGHUP too
+// (from a signal handler or another thread: it must only set flags). A
+// second one ends the program as usual. On POSIX a closed pipe becomes a
+// failed write rather than SIGPIPE, so that the compile cleans up.
 void catch_interrupt(void (*on_interrupt)());
+
+// The signal that asked to stop (SIGINT for Ctrl-C), or 0.
+int stop_signal();
 
 // Readies the heap for one compilation; called before the library loads.
 void prepare_heap();

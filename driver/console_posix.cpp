@@ -1,8 +1,9 @@
 // The driver's system services on POSIX: UTF-8 arguments and output, the
-// locale variables for the language, SIGINT for Ctrl-C, the C library's
-// heap.
+// locale variables for the language, SIGINT, SIGTERM and SIGHUP as requests
+// to stop, the C library's heap.
 #include "console.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -24,10 +25,15 @@ namespace {
 constexpr uint32_t POSIX_ANSI_CODE_PAGE = 1252;
 
 void (*interrupt_callback)() = nullptr;
+volatile sig_atomic_t caught_signal = 0;
+bool output_failed = false;
+
+constexpr int STOP_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
 void* volatile heap_filler = nullptr; // see prepare_heap; volatile, or the block is optimised away
 
-extern "C" void on_sigint(int) {
+extern "C" void on_stop_signal(int signal_number) {
+    if (!caught_signal) caught_signal = signal_number;
     if (interrupt_callback) interrupt_callback();
 }
 
@@ -83,14 +89,23 @@ std::vector<std::u16string> command_line(int argc, char** argv) {
 
 // Written straight to the descriptor: the library writes preprocessed text
 // to the same descriptor without our buffers.
-void console_write(Stream stream, std::u16string_view text) {
+bool console_write(Stream stream, std::u16string_view text) {
     std::string bytes = to_utf8(text);
     int fd = stream == Stream::out ? STDOUT_FILENO : STDERR_FILENO;
     for (size_t done = 0; done < bytes.size();) {
         ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n <= 0) return; // a closed pipe: nothing more to do
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) { // a full disk, a closed pipe
+            if (stream == Stream::out) output_failed = true;
+            return false;
+        }
         done += size_t(n);
     }
+    return true;
+}
+
+bool standard_output_failed() {
+    return output_failed;
 }
 
 bool user_language_swedish() {
@@ -109,10 +124,23 @@ std::optional<std::u16string> library_message(uint32_t) {
 void catch_interrupt(void (*on_interrupt)()) {
     interrupt_callback = on_interrupt;
     struct sigaction action = {};
-    action.sa_handler = on_sigint;
-    action.sa_flags = SA_RESETHAND; // the second Ctrl-C ends the program
+    action.sa_handler = on_stop_signal;
+    action.sa_flags = SA_RESETHAND; // the second one ends the program
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
+    for (int s : STOP_SIGNALS) sigaddset(&action.sa_mask, s);
+    for (int s : STOP_SIGNALS) {
+        struct sigaction old = {};
+        // A hang-up ignored when we started (nohup) stays ignored. SIGINT
+        // is taken even when a script started us in the background with it
+        // ignored: a stop asked for is better than a run to the end.
+        if (s == SIGHUP && sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
+        sigaction(s, &action, nullptr);
+    }
+    signal(SIGPIPE, SIG_IGN);
+}
+
+int stop_signal() {
+    return caught_signal;
 }
 
 bool slash_starts_option() {

@@ -17,6 +17,8 @@ constexpr DWORD CONSOLE_CHUNK = 8192; // units per WriteConsoleW call
 
 void (*interrupt_callback)() = nullptr;
 std::atomic<bool> interrupted{false};
+std::atomic<bool> output_failed{false};
+constexpr int SIGNAL_INTERRUPT = 2; // SIGINT: what a shell counts a Ctrl-C as
 
 const wchar_t* wide(const char16_t* s) {
     return reinterpret_cast<const wchar_t*>(s);
@@ -37,26 +39,29 @@ bool is_console(HANDLE h) {
     return GetFileType(h) == FILE_TYPE_CHAR && GetConsoleMode(h, &mode);
 }
 
-void write_console(HANDLE h, std::u16string_view text) {
+bool write_console(HANDLE h, std::u16string_view text) {
     while (!text.empty()) {
         DWORD n = text.size() < CONSOLE_CHUNK ? DWORD(text.size()) : CONSOLE_CHUNK;
         DWORD written = 0;
-        if (!WriteConsoleW(h, wide(text.data()), n, &written, nullptr) || written == 0) return;
+        if (!WriteConsoleW(h, wide(text.data()), n, &written, nullptr) || written == 0)
+            return false;
         text.remove_prefix(written);
     }
+    return true;
 }
 
-void write_encoded(HANDLE h, std::u16string_view text) {
+bool write_encoded(HANDLE h, std::u16string_view text) {
     UINT code_page = GetConsoleOutputCP();
     if (code_page == 0) code_page = GetOEMCP(); // no console attached
     int n = WideCharToMultiByte(code_page, 0, wide(text.data()), int(text.size()), nullptr, 0,
                                 nullptr, nullptr);
-    if (n <= 0) return;
+    if (n <= 0) return false;
     std::string bytes(size_t(n), '\0');
     WideCharToMultiByte(code_page, 0, wide(text.data()), int(text.size()), bytes.data(), n, nullptr,
                         nullptr);
     DWORD written = 0;
-    WriteFile(h, bytes.data(), DWORD(bytes.size()), &written, nullptr);
+    return WriteFile(h, bytes.data(), DWORD(bytes.size()), &written, nullptr) &&
+           written == DWORD(bytes.size());
 }
 
 } // namespace
@@ -71,19 +76,23 @@ std::vector<std::u16string> command_line(int, char**) {
     return args;
 }
 
-void console_write(Stream stream, std::u16string_view text) {
+bool console_write(Stream stream, std::u16string_view text) {
     std::u16string crlf;
     crlf.reserve(text.size() + 16);
     for (char16_t c : text) {
         if (c == u'\n') crlf += u'\r';
         crlf += c;
     }
+    if (crlf.empty()) return true;
     HANDLE h = GetStdHandle(stream == Stream::out ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
-    if (h == nullptr || h == INVALID_HANDLE_VALUE) return;
-    if (is_console(h))
-        write_console(h, crlf);
-    else
-        write_encoded(h, crlf);
+    if (h == nullptr || h == INVALID_HANDLE_VALUE) return true; // no stream: nothing is lost
+    bool ok = is_console(h) ? write_console(h, crlf) : write_encoded(h, crlf);
+    if (!ok && stream == Stream::out) output_failed = true;
+    return ok;
+}
+
+bool standard_output_failed() {
+    return output_failed;
 }
 
 bool user_language_swedish() {
@@ -112,6 +121,10 @@ std::optional<std::u16string> library_message(uint32_t id) {
 void catch_interrupt(void (*on_interrupt)()) {
     interrupt_callback = on_interrupt;
     SetConsoleCtrlHandler(on_ctrl, TRUE);
+}
+
+int stop_signal() {
+    return interrupted ? SIGNAL_INTERRUPT : 0;
 }
 
 // The process heap serves a compilation well as it is.

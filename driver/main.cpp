@@ -17,6 +17,7 @@
 #include "mingw.h"
 #include "options.h"
 #include "output.h"
+#include "preflight.h"
 #include "usage.h"
 #include "utf.h"
 #include "windres.h"
@@ -64,9 +65,17 @@ void on_interrupt() {
 void on_error(int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
     if (quiet_diagnostic(severity, file)) return;
     print(Stream::err, diagnostic_line(file, line, text));
+    std::u16string in_question = severity != 0 ? file_in_question(text) : u"";
+    if (!in_question.empty()) print(Stream::err, file_in_question_text(in_question));
+}
+
+// Not shown without -v: it only marks where each resource begins.
+void on_info_quiet(const char16_t*) {
+    note_resource_start();
 }
 
 void on_info(const char16_t* text) {
+    note_resource_start();
     print(info_stream, as_lines(text));
 }
 
@@ -126,7 +135,7 @@ int dump(const Options& o) {
 bool configure(const Options& o) {
     // Dependency records are kept only when asked for.
     set_error_function_w(on_error, o.make_rule || !o.depfile.empty() ? 1 : 0);
-    if (o.verbose) set_information_function_w(on_info);
+    set_information_function_w(o.verbose ? on_info : on_info_quiet);
     if (o.code_page_given && !set_codepage(o.code_page)) {
         print(Stream::err, message(MSG_INVALID_CODEPAGE, {o.code_page}));
         return false;
@@ -185,9 +194,17 @@ bool write_depfile(const Options& o) {
     return false;
 }
 
+// A stop by signal exits as a shell reports one: 128 and the signal.
+constexpr int EXIT_SIGNAL_BASE = 128;
+
 int compile(const Options& o) {
     if (o.preprocess_only || o.make_rule) info_stream = Stream::err;
     if (o.verbose) print_banner(info_stream);
+    bool to_file = !o.preprocess_only && !o.make_rule;
+    if (std::optional<PathProblem> p = check_paths(o.input, to_file ? o.output : u"")) {
+        print(Stream::err, path_problem_text(*p, o.input, o.output));
+        return EXIT_FAILED;
+    }
     if (!configure(o)) return EXIT_USAGE;
     catch_interrupt(on_interrupt);
     int32_t ok = 0;
@@ -198,8 +215,9 @@ int compile(const Options& o) {
     else
         ok = write_output(o);
     if (!ok) {
-        if (abort_requested.load()) print(Stream::err, message(MSG_ABORTED, {o.input}));
-        return EXIT_FAILED;
+        if (!abort_requested.load()) return EXIT_FAILED;
+        print(Stream::err, message(MSG_ABORTED, {o.input}));
+        return stop_signal() ? EXIT_SIGNAL_BASE + stop_signal() : EXIT_FAILED;
     }
     if (o.make_rule && !o.preprocess_only) print_make_rule(o);
     if (!o.depfile.empty() && !o.preprocess_only && !o.make_rule && !write_depfile(o))
@@ -209,12 +227,9 @@ int compile(const Options& o) {
 
 } // namespace
 
-int main(int argc, char** argv) {
-    Options o;
-    int exit_code = -1;
-    if (!windres_front_end(argc, argv, &o, &exit_code))
-        o = parse_options(command_line(argc, argv), slash_starts_option());
-    if (exit_code >= 0) return exit_code;
+namespace {
+
+int run(const Options& o) {
     switch (o.action) {
     case Action::help:
         print_usage();
@@ -230,4 +245,20 @@ int main(int argc, char** argv) {
         return compile(o);
     }
     return EXIT_USAGE;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    int status = -1;
+    if (!windres_front_end(argc, argv, &o, &status))
+        o = parse_options(command_line(argc, argv), slash_starts_option());
+    if (status < 0) status = run(o);
+    // What was asked for on standard output and not written is no success.
+    if (status == EXIT_OK && standard_output_failed()) {
+        print(Stream::err, lost_output_text());
+        return EXIT_FAILED;
+    }
+    return status;
 }

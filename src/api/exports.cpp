@@ -34,6 +34,7 @@ template <class Body> void guarded(Body body) {
         body();
         return;
     } catch (const FatalUnwind&) {
+    } catch (const AbortUnwind&) { // a stop requested by the host: no message of its own
     } catch (const std::bad_alloc&) {
         report_quietly(FATAL_OUT_OF_MEMORY, u"");
     } catch (...) {
@@ -42,11 +43,13 @@ template <class Body> void guarded(Body body) {
     compile_state.error_count += 1;
 }
 
-// The clean-up of a failed run: nothing partial is left behind.
-void clean_up_failed_run(const char16_t* output) {
+// The clean-up of a failed run: nothing partial is left behind. The named
+// output was never touched (the writer works on a file of its own), so
+// nothing the compile did not write is deleted: not a script named as the
+// output, not a device, not a file some other compile is writing.
+void clean_up_failed_run() {
     try {
-        close_output();
-        if (output) file_delete(output); // its failure is ignored
+        discard_output();
         close_all_sources();
     } catch (...) {
     }
@@ -56,9 +59,14 @@ int32_t run(const char16_t* input, const char16_t* output, bool preprocess_only)
     guarded([&] {
         if (!input) report(fatal_code(MSG_FILE_NOT_FOUND), u"");
         rc_main(input, output, preprocess_only);
+        // A stop that came after the last statement still stops: the caller
+        // was told nothing would be kept.
+        poll_abort();
+        if (compile_state.error_count == 0 && output)
+            if (uint32_t e = commit_output()) report(fatal_system_code(e), output);
     });
     if (compile_state.error_count == 0) return 1;
-    clean_up_failed_run(output);
+    clean_up_failed_run();
     return 0;
 }
 

@@ -50,7 +50,7 @@ void library_attach(void* module_handle) {
 
 void library_detach() {
     try {
-        close_output();
+        discard_output(); // a compile cut short by the unload keeps nothing
         close_all_sources();
     } catch (...) {
     }

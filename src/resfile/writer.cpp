@@ -8,8 +8,8 @@
 #include <cassert>
 #include <vector>
 
-#include "support/state.h"
 #include "support/files.h"
+#include "support/state.h"
 
 namespace tarn {
 
@@ -43,7 +43,7 @@ uint32_t write_attributes(const ResourceAttributes& a) {
 uint32_t create_output(const char16_t* path) {
     if (!path) return 0;
     FileHandle f = nullptr;
-    if (uint32_t e = file_create(path, &f)) return e;
+    if (uint32_t e = plat_output_begin(path, &f)) return e;
     compile_state.output_file = f;
     output = OutputBuffer{};
     output.pending.reserve(OUTPUT_BUFFER_SIZE);
@@ -69,10 +69,21 @@ uint32_t flush_output() {
 
 void close_output() {
     if (!compile_state.output_file) return;
-    flush_output(); // callers that care have flushed and checked already
+    // Pending bytes are dropped: a compilation that succeeds has flushed and
+    // checked them already, and a failed one keeps nothing.
     output = OutputBuffer{};
     file_close(compile_state.output_file);
     compile_state.output_file = nullptr;
+}
+
+uint32_t commit_output() {
+    close_output();
+    return plat_output_commit();
+}
+
+void discard_output() {
+    close_output();
+    plat_output_discard();
 }
 
 uint32_t write_bytes(const void* buffer, uint32_t count) {

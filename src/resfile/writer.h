@@ -16,14 +16,20 @@ namespace tarn {
 constexpr uint32_t COPY_BUFFER_SIZE = 4096;
 
 // Each returns 0 or a platform error number; callers report code | 0x8000.
-// Creates the output (replacing any file), then the 32-byte leading entry.
-// They are two steps because their failures are reported differently.
+// Creates the output, then the 32-byte leading entry. They are two steps
+// because their failures are reported differently. The output replaces the
+// named file only at commit_output; until then that file is untouched.
 uint32_t create_output(const char16_t* path);
 uint32_t write_leading_entry();
 // Writes what is still buffered; a compilation flushes and checks before it
 // closes, since close_output ignores failures.
 uint32_t flush_output();
 void close_output();
+// After a successful compile: the closed output takes its name.
+uint32_t commit_output();
+// After a failed one: the output is closed and what it wrote removed; the
+// named file is never deleted.
+void discard_output();
 uint32_t write_bytes(const void* buffer, uint32_t count);
 uint32_t output_position();
 uint32_t pad_to_4(uint32_t value);

@@ -160,7 +160,8 @@ void statement_loop() {
 void copy_preprocessed_to_stdout() {
     std::vector<char16_t> piece(PREPROCESS_PIECE);
     while (size_t n = readPreprocessed(piece.data(), piece.size()))
-        console_write(1, std::u16string_view(piece.data(), n));
+        if (uint32_t e = console_write(1, std::u16string_view(piece.data(), n)))
+            report(fatal_system_code(e)); // lost text is no success
 }
 
 void open_output(const char16_t* output) {

@@ -1,6 +1,9 @@
 // File services over the platform layer: exact reads and writes, and the
-// detection of a file's Unicode signature.
+// detection of a file's Unicode signature. Reads and writes are where a
+// long statement spends its time, so they are where a stop is noticed.
 #include "support/files.h"
+
+#include "support/state.h"
 
 namespace tarn {
 
@@ -13,6 +16,7 @@ uint32_t file_create(const char16_t* path, FileHandle* out) {
 }
 
 uint32_t file_read(FileHandle f, void* buffer, uint32_t n) {
+    poll_abort();
     uint32_t got = 0;
     uint32_t e = plat_read(f, buffer, n, &got);
     if (e) return e;
@@ -21,10 +25,12 @@ uint32_t file_read(FileHandle f, void* buffer, uint32_t n) {
 
 uint32_t file_read_some(FileHandle f, void* buffer, uint32_t n, uint32_t* got) {
     *got = 0;
+    poll_abort();
     return plat_read(f, buffer, n, got);
 }
 
 uint32_t file_write(FileHandle f, const void* buffer, uint32_t n) {
+    poll_abort();
     uint32_t put = 0;
     uint32_t e = plat_write(f, buffer, n, &put);
     if (e) return e;

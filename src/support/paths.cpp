@@ -15,6 +15,9 @@ struct PathOut {
     size_t len = 0;
     bool overflow = false;
     void put(char16_t c) {
+#ifndef _WIN32
+        if (c == u'\\') c = NATIVE_SEPARATOR;
+#endif
         if (len + 1 < size)
             out[len++] = c;
         else
@@ -66,7 +69,7 @@ size_t path_join(char16_t* out, size_t size, const char16_t* dir, const char16_t
             continue;
         }
         if (start[0] == u'.') return p.close(0); // .svn, ..x: refused on purpose
-        if (p.len > 0 && !is_separator(out[p.len - 1])) p.put(u'\\');
+        if (p.len > 0 && !is_separator(out[p.len - 1])) p.put(NATIVE_SEPARATOR);
         for (size_t i = 0; i < n; ++i) p.put(start[i]);
     }
     return p.close(base);

@@ -23,6 +23,7 @@ constexpr uint32_t ERR_WRITE_FAULT = 29;
 constexpr uint32_t ERR_READ_FAULT = 30;
 constexpr uint32_t ERR_SHARING_VIOLATION = 32;
 constexpr uint32_t ERR_HANDLE_EOF = 38;
+constexpr uint32_t ERR_OPEN_FAILED = 110; // a device, pipe or pseudo-file named as a file
 constexpr uint32_t ERR_NO_UNICODE_TRANSLATION = 1113;
 
 using FileHandle = void*; // null: no file
@@ -37,7 +38,22 @@ uint32_t plat_write(FileHandle f, const void* buffer, uint32_t n, uint32_t* put)
 uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* position);
 uint32_t plat_size(FileHandle f, uint32_t* size);
 void plat_close(FileHandle f);
+// Refuses (as Windows does) a file open here or in another compile, a
+// read-only file, and anything that is not a plain file.
 uint32_t plat_delete(const char16_t* path);
+
+// The compiled output. It is written under a temporary name beside the file
+// it replaces and takes that file's name only when plat_output_commit is
+// called, so a failed or stopped compile never touches the named file, and
+// of several compiles into one name each success leaves a whole file. The
+// named file is held as a file being written is on Windows: an existing one
+// must be writable and not in use, and no one may read it meanwhile. A
+// device (the null device, a pipe) is written in place. One output at a time.
+uint32_t plat_output_begin(const char16_t* path, FileHandle* out);
+// After the handle is closed: puts the temporary file in place.
+uint32_t plat_output_commit();
+// Removes the temporary file, if any; the named file stays as it was.
+void plat_output_discard();
 // Whether anything exists under the name. On POSIX "\" separates like "/",
 // and a name that differs only in letter case is taken when the exact one is
 // missing, as a Windows user expects of file names.

@@ -17,10 +17,10 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <map>
 #include <memory>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -208,29 +208,67 @@ int fresh_file_in_place_of(const std::string& native, int old_fd, const struct s
     return fd;
 }
 
+// Windows refuses to write or delete a file with its read-only attribute,
+// whoever asks; on POSIX a file nobody may write is taken for one (root
+// could write it anyway).
+bool read_only(const struct stat& st) {
+    return S_ISREG(st.st_mode) && (st.st_mode & 0222) == 0;
+}
+
+// A regular file whose size says 0 though it has contents (/proc, /sys):
+// its size cannot be trusted, so it is refused like a device.
+bool pseudo_file(int fd, const struct stat& st) {
+    if (st.st_size != 0) return false;
+    char byte;
+    ssize_t r;
+    do r = pread(fd, &byte, 1, 0);
+    while (r < 0 && errno == EINTR);
+    return r > 0;
+}
+
+// What a file to read or replace may be: a folder is refused as Windows
+// refuses it, and so is anything but a plain file (a pipe would block, a
+// device never ends).
+uint32_t check_plain_file(int fd, const struct stat& st) {
+    if (S_ISDIR(st.st_mode)) return ERR_ACCESS_DENIED;
+    if (!S_ISREG(st.st_mode) || pseudo_file(fd, st)) return ERR_OPEN_FAILED;
+    return 0;
+}
+
+int open_retrying(const char* path, int flags, mode_t mode = 0666) {
+    int fd;
+    do fd = open(path, flags | O_CLOEXEC, mode);
+    while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
 // Windows' sharing rules, with a lock per open file: readers share, a
 // created file is shared with nobody. The file is replaced only once the
-// lock is held, so a refused create leaves it as it was.
+// lock is held, so a refused create leaves it as it was. Opened without
+// blocking, so that a pipe is refused rather than waited on.
 uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
     *out = nullptr;
     std::string native = resolve_native(path);
     if (native.empty()) return ERR_PATH_NOT_FOUND;
-    int flags = create ? O_RDWR | O_CREAT : O_RDONLY;
-    int fd;
-    do fd = open(native.c_str(), flags | O_CLOEXEC, 0666);
-    while (fd < 0 && errno == EINTR);
+    int flags = (create ? O_RDWR | O_CREAT : O_RDONLY) | O_NONBLOCK;
+    int fd = open_retrying(native.c_str(), flags);
+    if (fd < 0 && errno == EISDIR) return ERR_ACCESS_DENIED;
     if (fd < 0) return name_error(errno, native);
     uint32_t e = 0;
-    struct stat st {}; // left empty if unknown: such a file is cut in place
-    fstat(fd, &st);
-    if (S_ISDIR(st.st_mode))
-        e = ERR_ACCESS_DENIED; // no folder as a file
-    else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        e = ERR_SHARING_VIOLATION;
+    struct stat st {};
+    if (fstat(fd, &st) != 0)
+        e = error_from_errno(errno, ERR_GEN_FAILURE);
+    else if (!(e = check_plain_file(fd, st))) {
+        if (create && read_only(st))
+            e = ERR_ACCESS_DENIED;
+        else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+            e = ERR_SHARING_VIOLATION;
+    }
     if (e) {
         close(fd);
         return e;
     }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     if (create) {
         int written = fresh_file_in_place_of(native, fd, st, &e);
         if (written != fd) close(fd);
@@ -405,8 +443,180 @@ void plat_close(FileHandle f) {
 uint32_t plat_delete(const char16_t* path) {
     std::string native = resolve_native(path);
     if (native.empty()) return ERR_PATH_NOT_FOUND;
+    struct stat st;
+    if (lstat(native.c_str(), &st) != 0) return name_error(errno, native);
+    if (!S_ISLNK(st.st_mode)) { // a symbolic link goes by itself, as on Windows
+        if (!S_ISREG(st.st_mode) || read_only(st)) return ERR_ACCESS_DENIED;
+        // Held for the unlink: a lock taken by any open of ours, here or in
+        // another compile, refuses it.
+        int fd = open_retrying(native.c_str(), O_RDONLY | O_NONBLOCK);
+        if (fd < 0) fd = open_retrying(native.c_str(), O_WRONLY | O_NONBLOCK);
+        if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            close(fd);
+            return ERR_SHARING_VIOLATION;
+        }
+        int failed = unlink(native.c_str()) != 0 ? errno : 0;
+        if (fd >= 0) close(fd);
+        return failed ? name_error(failed, native) : 0;
+    }
     if (unlink(native.c_str()) != 0) return name_error(errno, native);
     return 0;
+}
+
+namespace {
+
+// The output being written: see plat_output_begin.
+struct PendingOutput {
+    std::string target;  // the file that the output replaces
+    std::string temp;    // empty when the output is written in place
+    int guard = -1;      // the existing target, locked while the output is written
+    bool linked = false; // the target has other names: its contents are replaced in place
+};
+PendingOutput pending;
+unsigned temp_counter = 0;
+
+void release_guard() {
+    if (pending.guard >= 0) close(pending.guard);
+    pending.guard = -1;
+}
+
+// A device or pipe named as the output takes the bytes as they come.
+uint32_t open_device_output(const std::string& target, const struct stat& st, FileHandle* out) {
+    if (!S_ISCHR(st.st_mode) && !S_ISFIFO(st.st_mode)) return ERR_ACCESS_DENIED;
+    int fd = open_retrying(target.c_str(), O_WRONLY | O_NONBLOCK); // a pipe without reader fails
+    if (fd < 0) return name_error(errno, target);
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    pending = PendingOutput{};
+    pending.target = target;
+    *out = handle_of(fd);
+    return 0;
+}
+
+// The existing target, held as Windows holds a file being written. Any
+// descriptor serves for the lock.
+uint32_t guard_target(const std::string& target, const struct stat& st) {
+    if (read_only(st)) return ERR_ACCESS_DENIED;
+    int fd = open_retrying(target.c_str(), O_RDONLY | O_NONBLOCK);
+    if (fd < 0) fd = open_retrying(target.c_str(), O_WRONLY | O_NONBLOCK);
+    if (fd < 0) return 0; // nothing to lock with; the replacement goes ahead
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        close(fd);
+        return ERR_SHARING_VIOLATION;
+    }
+    pending.guard = fd;
+    return 0;
+}
+
+std::string folder_of(const std::string& path) {
+    size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return std::string();
+    return path.substr(0, slash + 1);
+}
+
+// A new file beside the target, hidden, with the target's permissions.
+uint32_t create_temp(const struct stat* existing, int* fd_out) {
+    std::string folder = folder_of(pending.target);
+    std::string base = pending.target.substr(folder.size());
+    mode_t mode = existing ? existing->st_mode & 07777 : 0666;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::string temp = folder + "." + base + ".tarn-" + std::to_string(getpid()) + "-" +
+                           std::to_string(++temp_counter);
+        int fd = open_retrying(temp.c_str(), O_RDWR | O_CREAT | O_EXCL, mode);
+        if (fd < 0 && errno == EEXIST) continue;
+        if (fd < 0) return name_error(errno, pending.target);
+        if (existing) fchmod(fd, mode); // as it was, whatever the umask
+        flock(fd, LOCK_EX | LOCK_NB);   // ours: no one else deletes it
+        pending.temp = temp;
+        *fd_out = fd;
+        return 0;
+    }
+    return ERR_FILE_EXISTS;
+}
+
+// Replaces the contents of a file with other names in place, keeping it
+// shared with them.
+uint32_t copy_into_target() {
+    int from = open_retrying(pending.temp.c_str(), O_RDONLY);
+    if (from < 0) return error_from_errno(errno, ERR_READ_FAULT);
+    int to = open_retrying(pending.target.c_str(), O_WRONLY | O_TRUNC);
+    uint32_t e = to < 0 ? name_error(errno, pending.target) : 0;
+    char buffer[64 * 1024];
+    while (!e) {
+        ssize_t n = read(from, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (n < 0) e = error_from_errno(errno, ERR_READ_FAULT);
+            break;
+        }
+        for (ssize_t done = 0; !e && done < n;) {
+            ssize_t w = write(to, buffer + done, size_t(n - done));
+            if (w < 0 && errno == EINTR) continue;
+            if (w <= 0)
+                e = w < 0 ? error_from_errno(errno, ERR_WRITE_FAULT) : ERR_WRITE_FAULT;
+            else
+                done += w;
+        }
+    }
+    close(from);
+    if (to >= 0 && close(to) != 0 && !e) e = error_from_errno(errno, ERR_WRITE_FAULT);
+    return e;
+}
+
+} // namespace
+
+uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
+    *out = nullptr;
+    plat_output_discard();
+    std::string target = resolve_native(path);
+    if (target.empty()) return ERR_PATH_NOT_FOUND;
+    struct stat st;
+    if (lstat(target.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        // A symbolic link keeps pointing where it did: its file is replaced.
+        if (char* real = realpath(target.c_str(), nullptr)) {
+            target = real;
+            std::free(real);
+        }
+    }
+    bool exists = stat(target.c_str(), &st) == 0;
+    if (!exists && errno != ENOENT) return name_error(errno, target);
+    if (exists && S_ISDIR(st.st_mode)) return ERR_ACCESS_DENIED;
+    if (exists && !S_ISREG(st.st_mode)) return open_device_output(target, st, out);
+    if (!exists && !is_directory(folder_of(target).empty() ? "." : folder_of(target)))
+        return missing_error(target);
+    pending = PendingOutput{};
+    pending.target = target;
+    if (exists) {
+        if (uint32_t e = guard_target(target, st)) return e;
+        pending.linked = st.st_nlink > 1;
+    }
+    int fd = -1;
+    if (uint32_t e = create_temp(exists ? &st : nullptr, &fd)) {
+        release_guard();
+        pending = PendingOutput{};
+        return e;
+    }
+    *out = handle_of(fd);
+    return 0;
+}
+
+uint32_t plat_output_commit() {
+    uint32_t e = 0;
+    if (!pending.temp.empty()) {
+        if (pending.linked)
+            e = copy_into_target();
+        else if (rename(pending.temp.c_str(), pending.target.c_str()) != 0)
+            e = name_error(errno, pending.target);
+        if (e || pending.linked) unlink(pending.temp.c_str());
+    }
+    release_guard();
+    pending = PendingOutput{};
+    return e;
+}
+
+void plat_output_discard() {
+    if (!pending.temp.empty()) unlink(pending.temp.c_str()); // our own file, nothing else
+    release_guard();
+    pending = PendingOutput{};
 }
 
 bool plat_exists(const char16_t* path) {

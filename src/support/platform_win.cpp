@@ -114,6 +114,93 @@ uint32_t plat_delete(const char16_t* path) {
     return DeleteFileW(wide(path)) ? 0 : GetLastError();
 }
 
+namespace {
+
+// The output being written: see plat_output_begin.
+struct PendingOutput {
+    std::u16string target;
+    std::u16string temp;    // empty when the output is written in place
+    HANDLE guard = nullptr; // the existing target, held while the output is written
+};
+PendingOutput pending;
+unsigned temp_counter = 0;
+
+void release_guard() {
+    if (pending.guard) CloseHandle(pending.guard);
+    pending.guard = nullptr;
+}
+
+std::u16string to_text(unsigned long n) {
+    std::u16string digits;
+    do digits.insert(digits.begin(), char16_t(u'0' + n % 10));
+    while (n /= 10);
+    return digits;
+}
+
+} // namespace
+
+uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
+    *out = nullptr;
+    plat_output_discard();
+    if (!path || !path[0]) return ERR_PATH_NOT_FOUND;
+    // Held as the replaced file would be: a read-only or busy file, or a
+    // folder, is refused here.
+    HANDLE existing = CreateFileW(wide(path), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (existing == INVALID_HANDLE_VALUE) {
+        DWORD e = GetLastError();
+        if (e != ERROR_FILE_NOT_FOUND) return e;
+        existing = nullptr;
+    } else if (GetFileType(existing) != FILE_TYPE_DISK) {
+        *out = existing; // a device (NUL) takes the bytes in place
+        return 0;
+    }
+    pending.target = path;
+    pending.guard = existing;
+    std::u16string target = path;
+    size_t cut = target.find_last_of(u"\\/:");
+    std::u16string folder = cut == std::u16string::npos ? u"" : target.substr(0, cut + 1);
+    std::u16string base = target.substr(folder.size());
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::u16string temp = folder + u"." + base + u".tarn-" + to_text(GetCurrentProcessId()) +
+                              u"-" + to_text(++temp_counter);
+        HANDLE f = CreateFileW(wide(temp.c_str()), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                               CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (f == INVALID_HANDLE_VALUE) {
+            DWORD e = GetLastError();
+            if (e == ERROR_FILE_EXISTS) continue;
+            release_guard();
+            pending = PendingOutput{};
+            return e;
+        }
+        pending.temp = temp;
+        *out = f;
+        return 0;
+    }
+    release_guard();
+    pending = PendingOutput{};
+    return ERROR_FILE_EXISTS;
+}
+
+uint32_t plat_output_commit() {
+    uint32_t e = 0;
+    release_guard();
+    if (!pending.temp.empty() &&
+        !MoveFileExW(wide(pending.temp.c_str()), wide(pending.target.c_str()),
+                     MOVEFILE_REPLACE_EXISTING)) {
+        e = GetLastError();
+        DeleteFileW(wide(pending.temp.c_str()));
+    }
+    pending = PendingOutput{};
+    return e;
+}
+
+void plat_output_discard() {
+    if (!pending.temp.empty()) DeleteFileW(wide(pending.temp.c_str()));
+    release_guard();
+    pending = PendingOutput{};
+}
+
 bool plat_exists(const char16_t* path) {
     if (!path) return false;
     WIN32_FIND_DATAW found;

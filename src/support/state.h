@@ -70,6 +70,14 @@ struct CompileState {
 
 extern CompileState compile_state;
 
+// Thrown where a long operation (a file read or write) finds a stop
+// requested, so that one huge statement stops as soon as a small one; the
+// export takes it like a fatal diagnostic.
+struct AbortUnwind {};
+inline void poll_abort() {
+    if (compile_state.abort_requested.load(std::memory_order_relaxed)) throw AbortUnwind{};
+}
+
 // Appends a FileInfoRecord with the current default language.
 void record_file_info(const NameOrOrdinal& type, const NameOrOrdinal& name,
                       const std::u16string& path);

@@ -35,6 +35,8 @@ constexpr SystemMessage SYSTEM_MESSAGES[] = {
     {80, u"The file exists.\r\n", u"Filen finns redan.\r\n"},
     {87, u"The parameter is incorrect.\r\n", u"Parametern är felaktig.\r\n"},
     {109, u"The pipe has been ended.\r\n", u"Pipen har avslutats.\r\n"},
+    {110, u"The system cannot open the device or file specified.\r\n",
+     u"Det går inte att öppna den angivna enheten eller filen.\r\n"},
     {112, u"There is not enough space on the disk.\r\n",
      u"Det finns inte tillräckligt med utrymme på disken.\r\n"},
     {131, u"An attempt was made to move the file pointer before the beginning of the file.\r\n",

@@ -2,6 +2,7 @@
 // depth limit, the dependency records, and the windows.h prelude.
 #include "cpp/pp_fixture.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "support/state.h"
@@ -24,7 +25,15 @@ struct InFolder {
 class Include : public PpTest {
   protected:
     // The name as the search joins it: with a backslash.
-    std::string joined(const std::string& name) const { return dir_.string() + "\\" + name; }
+    // The folder and name as the search joins them: with the system's separator.
+    std::string joined(std::string name) const {
+#ifndef _WIN32
+        std::replace(name.begin(), name.end(), '\\', '/');
+        return dir_.string() + "/" + name;
+#else
+        return dir_.string() + "\\" + name;
+#endif
+    }
     // fN.h includes fN+1.h, for N below `last`, which holds "deep". (The
     // names are appended: "literal" + a temporary string draws a false
     // -Wrestrict from g++ 12 at -O3.)

@@ -40,7 +40,11 @@ TEST_F(Output, EndToEndThroughStandardOutput) {
                                 "#if TWICE(3) == 6\nSTRINGTABLE { 1, \"a\\\n b\" }\n#endif\n",
                                 &result);
     EXPECT_EQ(result, 1);
+#ifdef _WIN32
     std::string inc = std::string("#line 1 \"").append(dir_.string()).append("\\inc.h\"\n");
+#else
+    std::string inc = std::string("#line 1 \"").append(dir_.string()).append("/inc.h\"\n");
+#endif
     EXPECT_EQ(out, marker(1) + inc + "\nint f(void);\n" + marker(2) +
                        "1 ICON \"app.ico\"\n\nSTRINGTABLE { 1, \"a b\" }\n" + marker(6) + "\n");
     EXPECT_TRUE(diags.empty());

@@ -54,7 +54,8 @@ TEST_F(DriverDump, ReadsBackWhatTheWriterWrote) {
     ASSERT_EQ(write_bytes("abc", 3), 0u);
     ASSERT_EQ(pad_to_4(output_position()), 0u);
     ASSERT_EQ(write_resource_header(0, {}, make_name(u"TYPÉ"), make_ordinal(2)), 0u);
-    close_output();
+    ASSERT_EQ(flush_output(), 0u);
+    ASSERT_EQ(commit_output(), 0u);
 
     Bytes bytes = tarn_test::read_bytes(path_of("w.res"));
     ResFile r = parse_res(bytes);

@@ -3,9 +3,9 @@
 // collected without an output.
 #include "harness/harness.h"
 
-#include "support/state.h"
 #include "resfile/writer.h"
 #include "support/files.h"
+#include "support/state.h"
 
 using namespace tarn;
 using Bytes = std::vector<uint8_t>;
@@ -14,11 +14,12 @@ namespace {
 
 class Writer : public tarn_test::FreshLibrary {
   protected:
-    // Opens out.res, runs `body`, closes and returns the file's bytes.
+    // Opens out.res, runs `body`, puts the output in place and returns its bytes.
     template <class Body> Bytes written(Body body) {
         EXPECT_EQ(create_output(wide(path_of("out.res")).c_str()), 0u);
         body();
-        close_output();
+        EXPECT_EQ(flush_output(), 0u);
+        EXPECT_EQ(commit_output(), 0u);
         EXPECT_EQ(compile_state.output_file, nullptr);
         return tarn_test::read_bytes(path_of("out.res"));
     }

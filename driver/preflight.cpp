@@ -1,0 +1,152 @@
+// Checks of the script and output paths before a compile, and the driver's
+// own messages for what they find, in English and Swedish.
+#include "preflight.h"
+
+#include <filesystem>
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
+#include <tarn/tarn.h>
+
+#include "messages.h"
+#include "utf.h"
+
+namespace tarn_driver {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct ProblemText {
+    PathProblem problem;
+    const char16_t* english;
+    const char16_t* swedish;
+};
+
+constexpr ProblemText PROBLEM_TEXTS[] = {
+    {PathProblem::input_not_a_file, u"Cannot read '%1': it is not a file.",
+     u"Det går inte att läsa '%1': det är ingen fil."},
+    {PathProblem::output_is_input, u"Cannot write the output file '%1': it is the script.",
+     u"Det går inte att skriva utdatafilen '%1': det är skriptet."},
+    {PathProblem::output_is_folder, u"Cannot write the output file '%1': it is a folder.",
+     u"Det går inte att skriva utdatafilen '%1': det är en mapp."},
+    {PathProblem::output_folder_missing,
+     u"Cannot write the output file '%1': its folder does not exist.",
+     u"Det går inte att skriva utdatafilen '%1': mappen finns inte."},
+    {PathProblem::output_folder_locked,
+     u"Cannot write the output file '%1': its folder may not be written.",
+     u"Det går inte att skriva utdatafilen '%1': mappen är skrivskyddad."},
+    {PathProblem::output_read_only, u"Cannot write the output file '%1': the file is read-only.",
+     u"Det går inte att skriva utdatafilen '%1': filen är skrivskyddad."},
+};
+
+constexpr const char16_t* IN_QUESTION_ENGLISH = u"This concerns the file '%1'.";
+constexpr const char16_t* IN_QUESTION_SWEDISH = u"Det gäller filen '%1'.";
+
+struct Records {
+    size_t count = 0;
+    std::u16string last;
+};
+size_t records_at_resource_start = 0;
+
+Records file_records() {
+    Records r;
+    tarn_file_info_callback take = [](const char16_t*, const char16_t*, uint16_t,
+                                      const char16_t* path, uint64_t context) -> int32_t {
+        Records* records = reinterpret_cast<Records*>(uintptr_t(context));
+        records->count += 1;
+        records->last = path ? path : u"";
+        return 1;
+    };
+    enum_file_info_w(take, uint64_t(reinterpret_cast<uintptr_t>(&r)));
+    return r;
+}
+
+constexpr const char16_t* LOST_OUTPUT_ENGLISH =
+    u"Cannot write to standard output: the output is incomplete.";
+constexpr const char16_t* LOST_OUTPUT_SWEDISH =
+    u"Det går inte att skriva till standardutdata: utdata är ofullständiga.";
+
+// The path as the library takes it: on POSIX "\" separates too.
+fs::path native_path(std::u16string path) {
+#ifndef _WIN32
+    for (char16_t& c : path)
+        if (c == u'\\') c = u'/';
+#endif
+    return fs::path(path);
+}
+
+bool folder_writable(const fs::path& folder) {
+#ifdef _WIN32
+    (void)folder; // Windows refuses per file, which the library reports
+    return true;
+#else
+    return access(folder.c_str(), W_OK) == 0;
+#endif
+}
+
+std::optional<PathProblem> check_output(const fs::path& out) {
+    std::error_code ec;
+    fs::file_status st = fs::status(out, ec);
+    if (fs::is_directory(st)) return PathProblem::output_is_folder;
+    if (fs::is_regular_file(st) && (st.permissions() & fs::perms::all &
+                                    (fs::perms::owner_write | fs::perms::group_write |
+                                     fs::perms::others_write)) == fs::perms::none)
+        return PathProblem::output_read_only;
+    if (fs::exists(st)) { // a device or pipe takes the output as it is
+        if (!fs::is_regular_file(st)) return std::nullopt;
+    }
+    fs::path folder = out.parent_path();
+    if (folder.empty()) folder = ".";
+    if (!fs::is_directory(folder, ec)) return PathProblem::output_folder_missing;
+    if (!folder_writable(folder)) return PathProblem::output_folder_locked;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<PathProblem> check_paths(const std::u16string& input, const std::u16string& output) {
+    std::error_code ec;
+    fs::file_status in = fs::status(native_path(input), ec);
+    if (fs::exists(in) && !fs::is_regular_file(in)) return PathProblem::input_not_a_file;
+    if (output.empty()) return std::nullopt;
+    if (fs::equivalent(native_path(input), native_path(output), ec))
+        return PathProblem::output_is_input;
+    return check_output(native_path(output));
+}
+
+std::u16string path_problem_text(PathProblem problem, const std::u16string& input,
+                                 const std::u16string& output) {
+    bool swedish = driver_language() == tarn::Language::swedish;
+    for (const ProblemText& t : PROBLEM_TEXTS)
+        if (t.problem == problem)
+            return expand_message(swedish ? t.swedish : t.english,
+                                  {problem == PathProblem::input_not_a_file ? input : output});
+    return std::u16string();
+}
+
+void note_resource_start() {
+    records_at_resource_start = file_records().count;
+}
+
+std::u16string file_in_question(std::u16string_view text) {
+    Records r = file_records();
+    if (r.count <= records_at_resource_start) return std::u16string();
+    size_t part = r.last.find_last_of(u"\\/:");
+    std::u16string_view name = std::u16string_view(r.last).substr(part + 1); // npos + 1 is 0
+    return text.find(name) == std::u16string_view::npos ? r.last : std::u16string();
+}
+
+std::u16string file_in_question_text(const std::u16string& path) {
+    bool swedish = driver_language() == tarn::Language::swedish;
+    return expand_message(swedish ? IN_QUESTION_SWEDISH : IN_QUESTION_ENGLISH, {path});
+}
+
+std::u16string lost_output_text() {
+    bool swedish = driver_language() == tarn::Language::swedish;
+    return swedish ? LOST_OUTPUT_SWEDISH : LOST_OUTPUT_ENGLISH;
+}
+
+} // namespace tarn_driver
