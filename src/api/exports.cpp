@@ -43,10 +43,10 @@ template <class Body> void guarded(Body body) {
     compile_state.error_count += 1;
 }
 
-// The clean-up of a failed run: nothing partial is left behind. The named
-// output was never touched (the writer works on a file of its own), so
-// nothing the compile did not write is deleted: not a script named as the
-// output, not a device, not a file some other compile is writing.
+// The clean-up of a failed run: nothing partial is left behind. The writer
+// works on a file of its own, which goes; of the named output only the plain
+// file this compile held goes: not a script or header named as the output,
+// not a device, not a file some other compile is writing.
 void clean_up_failed_run() {
     try {
         discard_output();

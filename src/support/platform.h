@@ -44,7 +44,7 @@ uint32_t plat_delete(const char16_t* path);
 
 // The compiled output. It is written under a temporary name beside the file
 // it replaces and takes that file's name only when plat_output_commit is
-// called, so a failed or stopped compile never touches the named file, and
+// called, so a failed or stopped compile never writes into the named file, and
 // of several compiles into one name each success leaves a whole file. The
 // named file is held as a file being written is on Windows: an existing one
 // must be writable and not in use, and no one may read it meanwhile. A
@@ -52,7 +52,9 @@ uint32_t plat_delete(const char16_t* path);
 uint32_t plat_output_begin(const char16_t* path, FileHandle* out);
 // After the handle is closed: puts the temporary file in place.
 uint32_t plat_output_commit();
-// Removes the temporary file, if any; the named file stays as it was.
+// Removes the temporary file, if any, and the plain file it would have
+// replaced, unless the compile tried to read that file (then it is a source
+// named as the output, and stays).
 void plat_output_discard();
 // Whether anything exists under the name. On POSIX "\" separates like "/",
 // and a name that differs only in letter case is taken when the exact one is

@@ -242,6 +242,8 @@ int open_retrying(const char* path, int flags, mode_t mode = 0666) {
     return fd;
 }
 
+void note_refused_read(const struct stat& st);
+
 // Windows' sharing rules, with a lock per open file: readers share, a
 // created file is shared with nobody. The file is replaced only once the
 // lock is held, so a refused create leaves it as it was. Opened without
@@ -261,8 +263,10 @@ uint32_t open_native(const char16_t* path, bool create, FileHandle* out) {
     else if (!(e = check_plain_file(fd, st))) {
         if (create && read_only(st))
             e = ERR_ACCESS_DENIED;
-        else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        else if (flock(fd, (create ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             e = ERR_SHARING_VIOLATION;
+            if (!create) note_refused_read(st);
+        }
     }
     if (e) {
         close(fd);
@@ -470,7 +474,10 @@ struct PendingOutput {
     std::string target;  // the file that the output replaces
     std::string temp;    // empty when the output is written in place
     int guard = -1;      // the existing target, locked while the output is written
+    dev_t device = 0;    // and its identity, while guarded
+    ino_t inode = 0;
     bool linked = false; // the target has other names: its contents are replaced in place
+    bool read = false;   // the compile tried to read the target: it is a source, kept
 };
 PendingOutput pending;
 unsigned temp_counter = 0;
@@ -504,7 +511,14 @@ uint32_t guard_target(const std::string& target, const struct stat& st) {
         return ERR_SHARING_VIOLATION;
     }
     pending.guard = fd;
+    pending.device = st.st_dev;
+    pending.inode = st.st_ino;
     return 0;
+}
+
+void note_refused_read(const struct stat& st) {
+    if (pending.guard >= 0 && st.st_dev == pending.device && st.st_ino == pending.inode)
+        pending.read = true;
 }
 
 std::string folder_of(const std::string& path) {
@@ -614,7 +628,15 @@ uint32_t plat_output_commit() {
 }
 
 void plat_output_discard() {
-    if (!pending.temp.empty()) unlink(pending.temp.c_str()); // our own file, nothing else
+    if (!pending.temp.empty()) unlink(pending.temp.c_str());
+    // A failed compile leaves no output, as on Windows, where the file it
+    // replaced is gone: only the plain file held since the start, and never
+    // one the compile read (a script or header named as the output).
+    struct stat st;
+    if (pending.guard >= 0 && !pending.read && !pending.linked &&
+        lstat(pending.target.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+        st.st_dev == pending.device && st.st_ino == pending.inode)
+        unlink(pending.target.c_str());
     release_guard();
     pending = PendingOutput{};
 }

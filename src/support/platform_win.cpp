@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <climits>
+#include <iterator>
 #include <ctime>
 
 namespace tarn {
@@ -57,8 +58,12 @@ uint32_t read_u32(const unsigned char* p) {
 
 } // namespace
 
+void note_refused_read(const char16_t* path);
+
 uint32_t plat_open_read(const char16_t* path, FileHandle* out) {
-    return open_file(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, out);
+    uint32_t e = open_file(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, out);
+    if (e == ERROR_SHARING_VIOLATION) note_refused_read(path);
+    return e;
 }
 
 uint32_t plat_create(const char16_t* path, FileHandle* out) {
@@ -121,6 +126,7 @@ struct PendingOutput {
     std::u16string target;
     std::u16string temp;    // empty when the output is written in place
     HANDLE guard = nullptr; // the existing target, held while the output is written
+    bool read = false;      // the compile tried to read the target: it is a source, kept
 };
 PendingOutput pending;
 unsigned temp_counter = 0;
@@ -128,6 +134,13 @@ unsigned temp_counter = 0;
 void release_guard() {
     if (pending.guard) CloseHandle(pending.guard);
     pending.guard = nullptr;
+}
+
+std::u16string full_path(const char16_t* path) {
+    wchar_t buffer[MAX_PATH * 4];
+    DWORD n = GetFullPathNameW(wide(path), DWORD(std::size(buffer)), buffer, nullptr);
+    if (n == 0 || n >= std::size(buffer)) return u"";
+    return std::u16string(reinterpret_cast<const char16_t*>(buffer), n);
 }
 
 std::u16string to_text(unsigned long n) {
@@ -138,6 +151,15 @@ std::u16string to_text(unsigned long n) {
 }
 
 } // namespace
+
+void note_refused_read(const char16_t* path) {
+    if (!pending.guard || !path) return;
+    std::u16string a = full_path(path), b = full_path(pending.target.c_str());
+    if (!a.empty() && a.size() == b.size() &&
+        CompareStringOrdinal(wide(a.c_str()), int(a.size()), wide(b.c_str()), int(b.size()),
+                             TRUE) == CSTR_EQUAL)
+        pending.read = true;
+}
 
 uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
     *out = nullptr;
@@ -197,7 +219,11 @@ uint32_t plat_output_commit() {
 
 void plat_output_discard() {
     if (!pending.temp.empty()) DeleteFileW(wide(pending.temp.c_str()));
+    // A failed compile leaves no output: the file it would have replaced goes
+    // too, unless the compile read it (a script or header named as output).
+    bool remove = pending.guard && !pending.read;
     release_guard();
+    if (remove) DeleteFileW(wide(pending.target.c_str()));
     pending = PendingOutput{};
 }
 
