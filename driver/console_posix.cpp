@@ -25,7 +25,8 @@ constexpr uint32_t POSIX_ANSI_CODE_PAGE = 1252;
 
 void (*interrupt_callback)() = nullptr;
 
-[[maybe_unused]] void* volatile heap_filler = nullptr; // see prepare_heap; volatile, or the block is optimised away
+[[maybe_unused]] void* volatile heap_filler =
+    nullptr; // see prepare_heap; volatile, or the block is optimised away
 
 extern "C" void on_sigint(int) {
     if (interrupt_callback) interrupt_callback();

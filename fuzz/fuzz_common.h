@@ -259,7 +259,9 @@ inline const char* res_framing_fault(const std::vector<uint8_t>& b,
         if (header != (expect + 3) / 4 * 4) return "header size does not match its names";
         if (data > b.size() - pos - header) return "data runs past the end of the file";
         if (entries) {
-            auto ordinal = [&](size_t at) { return u16_at(b, at) == 0xFFFF ? long(u16_at(b, at + 2)) : -1; };
+            auto ordinal = [&](size_t at) {
+                return u16_at(b, at) == 0xFFFF ? long(u16_at(b, at + 2)) : -1;
+            };
             entries->push_back({ordinal(pos + 8), ordinal(pos + 8 + type), pos + header, data});
         }
         pos += (header + data + 3) / 4 * 4;

@@ -19,9 +19,9 @@ struct Kind {
 };
 
 const Kind KINDS[] = {
-    {"ICON", "f.ico", 3, 14},     {"CURSOR", "f.cur", 1, 12},    {"BITMAP", "f.bmp", 2, 0},
-    {"ANICURSOR", "f.ani", 21, 0}, {"ANIICON", "f.ani", 22, 0},  {"ICON", "", 3, 14},
-    {"CURSOR", "", 1, 12},        {"BITMAP", "", 2, 0},
+    {"ICON", "f.ico", 3, 14},      {"CURSOR", "f.cur", 1, 12},  {"BITMAP", "f.bmp", 2, 0},
+    {"ANICURSOR", "f.ani", 21, 0}, {"ANIICON", "f.ani", 22, 0}, {"ICON", "", 3, 14},
+    {"CURSOR", "", 1, 12},         {"BITMAP", "", 2, 0},
 };
 
 using Bytes = std::vector<uint8_t>;
@@ -65,7 +65,8 @@ void check_images(const Kind& kind, const Bytes& in, const Bytes& out,
     bool cursor = kind.image_type == 1;
     if (get16(in, 2) != (cursor ? 2u : 1u)) fail("an image file of the wrong type was accepted");
     size_t count = get16(in, 4);
-    if (*kind.file && (count == 0 || count > 4096)) fail("an image count out of range was accepted");
+    if (*kind.file && (count == 0 || count > 4096))
+        fail("an image count out of range was accepted");
     if (entries.size() != count + 1) fail("not one resource per image and a group");
     const Entry& group = entries.back();
     if (group.type != kind.group_type || group.size != 6 + 14 * count)
