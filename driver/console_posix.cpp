@@ -25,8 +25,9 @@ constexpr uint32_t POSIX_ANSI_CODE_PAGE = 1252;
 
 void (*interrupt_callback)() = nullptr;
 
-[[maybe_unused]] void* volatile heap_filler =
-    nullptr; // see prepare_heap; volatile, or the block is optimised away
+// See prepare_heap; volatile, or the block is optimised away. Unused where
+// the sanitizers keep the heap to themselves.
+[[maybe_unused]] void* volatile heap_filler = nullptr;
 
 extern "C" void on_sigint(int) {
     if (interrupt_callback) interrupt_callback();
