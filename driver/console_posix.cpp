@@ -30,7 +30,9 @@ bool output_failed = false;
 
 constexpr int STOP_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
-void* volatile heap_filler = nullptr; // see prepare_heap; volatile, or the block is optimised away
+// See prepare_heap; volatile, or the block is optimised away. Unused where
+// the sanitizers keep the heap to themselves.
+[[maybe_unused]] void* volatile heap_filler = nullptr;
 
 extern "C" void on_stop_signal(int signal_number) {
     if (!caught_signal) caught_signal = signal_number;

@@ -105,9 +105,19 @@ struct Folder {
 // libFuzzer often ends a process without running exit handlers (time limit,
 // a crash, fork mode's jobs), so the folders of processes that have gone are
 // removed when a new one starts.
+// In memory where the system offers it: every run rewrites its files, and on
+// a disk file system closing a file truncated and written again starts its
+// write-back, which costs more than the compilation.
+inline fs::path temp_base() {
+    std::error_code ec;
+    return fs::is_directory("/dev/shm", ec) && access("/dev/shm", W_OK) == 0
+               ? fs::path("/dev/shm")
+               : fs::temp_directory_path();
+}
+
 inline void remove_stale_folders() {
     std::error_code ec;
-    for (const fs::directory_entry& e : fs::directory_iterator(fs::temp_directory_path(), ec)) {
+    for (const fs::directory_entry& e : fs::directory_iterator(temp_base(), ec)) {
         std::string name = e.path().filename().string();
         if (name.rfind("tarn-fuzz-", 0) != 0) continue;
         long pid = std::atol(name.c_str() + 10);
@@ -121,7 +131,7 @@ inline const Folder& folder() {
     static Folder f = [] {
         remove_stale_folders();
         Folder f;
-        f.dir = fs::temp_directory_path() / ("tarn-fuzz-" + std::to_string(getpid()));
+        f.dir = temp_base() / ("tarn-fuzz-" + std::to_string(getpid()));
         fs::create_directories(f.dir);
         write_file(f.dir / "icon.ico", image_file(1));
         write_file(f.dir / "cursor.cur", image_file(2));
@@ -197,6 +207,92 @@ inline void fresh_library() {
     seen = Seen{};
     set_error_function_w(on_error, 1);
     set_information_function_w(on_info);
+}
+
+inline std::vector<uint8_t> read_all(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+inline uint32_t u16_at(const std::vector<uint8_t>& b, size_t at) {
+    return b[at] | b[at + 1] << 8;
+}
+inline uint32_t u32_at(const std::vector<uint8_t>& b, size_t at) {
+    return u16_at(b, at) | u16_at(b, at + 2) << 16;
+}
+
+// Size of the name or ordinal at `at` within [at, end), or 0 if it runs past.
+inline size_t name_size_at(const std::vector<uint8_t>& b, size_t at, size_t end) {
+    if (at + 2 > end) return 0;
+    if (u16_at(b, at) == 0xFFFF) return at + 4 <= end ? 4 : 0;
+    for (size_t p = at; p + 2 <= end; p += 2)
+        if (u16_at(b, p) == 0) return p + 2 - at;
+    return 0;
+}
+
+// One entry of a well-framed .res file; type and name are -1 when a string.
+struct Entry {
+    long type = -1, name = -1;
+    size_t data = 0, size = 0;
+};
+
+// What is wrong with the framing of a .res file, or null when it is framed
+// as the writer promises: the 32-byte leading entry, header sizes that match
+// the names they hold, every entry on a multiple of 4, nothing after the
+// last. Written apart from the driver's reader, so that each checks the other.
+inline const char* res_framing_fault(const std::vector<uint8_t>& b,
+                                     std::vector<Entry>* entries = nullptr) {
+    static const uint8_t leading[16] = {0, 0, 0, 0, 0x20, 0, 0, 0, 0xFF, 0xFF, 0, 0, 0xFF, 0xFF};
+    if (b.size() < 32 || std::memcmp(b.data(), leading, 16) != 0)
+        return "output does not start with the leading empty entry";
+    for (size_t i = 16; i < 32; ++i)
+        if (b[i]) return "leading entry has non-zero attributes";
+    size_t pos = 32;
+    while (pos < b.size()) {
+        if (pos % 4 || pos + 8 > b.size()) return "entry not aligned or cut short";
+        size_t data = u32_at(b, pos), header = u32_at(b, pos + 4);
+        if (header > b.size() - pos) return "header runs past the end of the file";
+        size_t type = name_size_at(b, pos + 8, pos + header);
+        size_t name = type ? name_size_at(b, pos + 8 + type, pos + header) : 0;
+        if (!type || !name) return "type or name runs past its header";
+        size_t expect = 8 + type + name + 16;
+        if (header != (expect + 3) / 4 * 4) return "header size does not match its names";
+        if (data > b.size() - pos - header) return "data runs past the end of the file";
+        if (entries) {
+            auto ordinal = [&](size_t at) {
+                return u16_at(b, at) == 0xFFFF ? long(u16_at(b, at + 2)) : -1;
+            };
+            entries->push_back({ordinal(pos + 8), ordinal(pos + 8 + type), pos + header, data});
+        }
+        pos += (header + data + 3) / 4 * 4;
+        if (pos > b.size()) return "last entry is not padded to 4";
+    }
+    return nullptr;
+}
+
+// Compiles the folder's input.rc to input.res and checks what a host relies
+// on: the result is 1 exactly when no error was reported, a failed
+// compilation leaves no output file, a successful one a well-framed file
+// (whose entries come back in `entries`), and the records have no null fields.
+inline bool compile_checked(std::vector<Entry>* entries = nullptr,
+                            std::vector<uint8_t>* bytes = nullptr) {
+    const Folder& f = folder();
+    std::error_code ec;
+    fs::remove(f.output_path, ec);
+    int32_t ok = compile_script_w(f.script.c_str(), f.output.c_str());
+    if (ok != 0 && ok != 1) fail("compile_script_w returned neither 0 nor 1");
+    if (ok == (seen.errors > 0)) fail("result disagrees with the errors reported");
+    bool left = fs::exists(f.output_path);
+    if (!ok && left) fail("a failed compilation left its output file");
+    if (ok && !left) fail("a successful compilation wrote no output file");
+    if (ok) {
+        std::vector<uint8_t> out = read_all(f.output_path);
+        if (const char* why = res_framing_fault(out, entries)) fail(why);
+        if (bytes) *bytes = std::move(out);
+    }
+    enum_file_info_w(on_file, 0);
+    enum_include_info_w(on_include, 0);
+    return ok;
 }
 
 } // namespace tarn_fuzz
