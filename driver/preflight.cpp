@@ -19,31 +19,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct ProblemText {
+// Each problem's message; it names the file.
+constexpr struct {
     PathProblem problem;
-    const char16_t* english;
-    const char16_t* swedish;
+    uint32_t message;
+} PROBLEM_MESSAGES[] = {
+    {PathProblem::input_not_a_file, MSG_INPUT_NOT_A_FILE},
+    {PathProblem::output_is_input, MSG_OUTPUT_IS_INPUT},
+    {PathProblem::output_is_folder, MSG_OUTPUT_IS_FOLDER},
+    {PathProblem::output_folder_missing, MSG_OUTPUT_FOLDER_MISSING},
+    {PathProblem::output_folder_locked, MSG_OUTPUT_FOLDER_LOCKED},
+    {PathProblem::output_read_only, MSG_OUTPUT_READ_ONLY},
 };
-
-constexpr ProblemText PROBLEM_TEXTS[] = {
-    {PathProblem::input_not_a_file, u"Cannot read '%1': it is not a file.",
-     u"Det går inte att läsa '%1': det är ingen fil."},
-    {PathProblem::output_is_input, u"Cannot write the output file '%1': it is the script.",
-     u"Det går inte att skriva utdatafilen '%1': det är skriptet."},
-    {PathProblem::output_is_folder, u"Cannot write the output file '%1': it is a folder.",
-     u"Det går inte att skriva utdatafilen '%1': det är en mapp."},
-    {PathProblem::output_folder_missing,
-     u"Cannot write the output file '%1': its folder does not exist.",
-     u"Det går inte att skriva utdatafilen '%1': mappen finns inte."},
-    {PathProblem::output_folder_locked,
-     u"Cannot write the output file '%1': its folder may not be written.",
-     u"Det går inte att skriva utdatafilen '%1': mappen är skrivskyddad."},
-    {PathProblem::output_read_only, u"Cannot write the output file '%1': the file is read-only.",
-     u"Det går inte att skriva utdatafilen '%1': filen är skrivskyddad."},
-};
-
-constexpr const char16_t* IN_QUESTION_ENGLISH = u"This concerns the file '%1'.";
-constexpr const char16_t* IN_QUESTION_SWEDISH = u"Det gäller filen '%1'.";
 
 struct Records {
     size_t count = 0;
@@ -63,11 +50,6 @@ Records file_records() {
     enum_file_info_w(take, uint64_t(reinterpret_cast<uintptr_t>(&r)));
     return r;
 }
-
-constexpr const char16_t* LOST_OUTPUT_ENGLISH =
-    u"Cannot write to standard output: the output is incomplete.";
-constexpr const char16_t* LOST_OUTPUT_SWEDISH =
-    u"Det går inte att skriva till standardutdata: utdata är ofullständiga.";
 
 // The path as the library takes it: on POSIX "\" separates too.
 fs::path native_path(std::u16string path) {
@@ -119,11 +101,10 @@ std::optional<PathProblem> check_paths(const std::u16string& input, const std::u
 
 std::u16string path_problem_text(PathProblem problem, const std::u16string& input,
                                  const std::u16string& output) {
-    bool swedish = driver_language() == tarn::Language::swedish;
-    for (const ProblemText& t : PROBLEM_TEXTS)
-        if (t.problem == problem)
-            return expand_message(swedish ? t.swedish : t.english,
-                                  {problem == PathProblem::input_not_a_file ? input : output});
+    for (const auto& p : PROBLEM_MESSAGES)
+        if (p.problem == problem)
+            return message(p.message,
+                           {problem == PathProblem::input_not_a_file ? input : output});
     return std::u16string();
 }
 
@@ -140,13 +121,11 @@ std::u16string file_in_question(std::u16string_view text) {
 }
 
 std::u16string file_in_question_text(const std::u16string& path) {
-    bool swedish = driver_language() == tarn::Language::swedish;
-    return expand_message(swedish ? IN_QUESTION_SWEDISH : IN_QUESTION_ENGLISH, {path});
+    return message(MSG_FILE_IN_QUESTION, {path});
 }
 
 std::u16string lost_output_text() {
-    bool swedish = driver_language() == tarn::Language::swedish;
-    return swedish ? LOST_OUTPUT_SWEDISH : LOST_OUTPUT_ENGLISH;
+    return message(MSG_LOST_OUTPUT);
 }
 
 } // namespace tarn_driver
