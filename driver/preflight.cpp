@@ -103,8 +103,7 @@ std::u16string path_problem_text(PathProblem problem, const std::u16string& inpu
                                  const std::u16string& output) {
     for (const auto& p : PROBLEM_MESSAGES)
         if (p.problem == problem)
-            return message(p.message,
-                           {problem == PathProblem::input_not_a_file ? input : output});
+            return message(p.message, {problem == PathProblem::input_not_a_file ? input : output});
     return std::u16string();
 }
 
