@@ -3,6 +3,7 @@
 // directives, expansion, #if and output. preprocessor.h is the outside view.
 #pragma once
 
+#include "cpp/report_pp.h"
 #include "cpp/tokens.h"
 #include "support/platform.h"
 

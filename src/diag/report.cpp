@@ -1,23 +1,21 @@
-// The two report paths. The preprocessor's report fetches a message raw and
-// expands its own "%%t" style inserts (tokens, rows, strings, numbers); the
-// script compiler's report goes through the platform formatter's rules and
-// also finds the system's texts for platform error numbers. Both prefix the
-// severity word, hand the text to the host, count errors and unwind on a
-// fatal code.
+// The script compiler's report, and the pieces every report is made of. The
+// script report goes through the platform formatter's rules and also finds
+// the system's texts for platform error numbers; the preprocessor's report
+// (cpp/report_pp.cpp) expands its own inserts from the same pieces. Both
+// prefix the severity word, hand the text to the host, count errors and
+// unwind on a fatal code.
 #include "diag/report.h"
 
 #include <cstdio>
 #include <span>
 
-#include "cpp/preprocessor.h"
-#include "cpp/tokens.h"
-#include "script/lexer.h"
 #include "support/platform.h"
 #include "support/state.h"
 
 namespace tarn {
 
 DiagState diag_state;
+ScriptLocation script_location;
 
 void diag_reset() {
     diag_state.language = plat_user_language_swedish() ? Language::swedish : Language::english;
@@ -25,7 +23,6 @@ void diag_reset() {
 
 namespace {
 
-constexpr DiagnosticCode PP_MASK = 0x3FFF7FFF;
 constexpr DiagnosticCode SCRIPT_MASK = 0x20003FFF;
 constexpr DiagnosticCode SYSTEM_NUMBER_MASK = 0x3FFF;
 
@@ -40,10 +37,6 @@ void cut(std::u16string* text, size_t size) {
     if (text->size() > size - 1) text->resize(size - 1);
 }
 
-const char16_t* table_text(uint32_t id) {
-    return catalogue_text(id, diag_state.language);
-}
-
 uint32_t prefix_number(DiagnosticCode code) {
     switch (code & SEVERITY_MASK) {
     case SEVERITY_WARNING:
@@ -55,103 +48,31 @@ uint32_t prefix_number(DiagnosticCode code) {
     }
 }
 
-std::u16string prefix(DiagnosticCode code) {
+} // namespace
+
+std::u16string report_prefix(DiagnosticCode code) {
     uint32_t n = prefix_number(code);
-    const char16_t* t = n ? table_text(CODE_LIBRARY | n) : nullptr;
+    const char16_t* t = n ? message_text(CODE_LIBRARY | n) : nullptr;
     return t ? format_inserts(t, {}) : std::u16string();
 }
 
-std::u16string fallback(DiagnosticCode code) {
+std::u16string fallback_text(DiagnosticCode code) {
     char buf[64];
     int n = std::snprintf(buf, sizeof buf, "*** No message for error 0x%X ***\n",
                           static_cast<unsigned>(code));
     return std::u16string(buf, buf + n);
 }
 
-// Fatal codes unwind uncounted (the export counts them); errors count.
-void conclude(DiagnosticCode code) {
+void conclude_report(DiagnosticCode code) {
     if (code & CODE_FATAL) throw FatalUnwind{};
     if ((code & SEVERITY_MASK) == SEVERITY_ERROR) compile_state.error_count += 1;
 }
 
-// ---- preprocessor report ----
-
-// Walks the arguments in order: each insert takes the next one.
-struct ArgCursor {
-    Args::iterator it, end;
-    const MsgArg* next() { return it == end ? nullptr : it++; }
-};
-
-// Text up to len units, stopping at a zero as "%.*ls" does.
-void put_text(std::u16string* out, const char16_t* text, uint64_t len) {
-    if (!text) return;
-    std::u16string_view t(text, len);
-    *out += t.substr(0, t.find(u'\0'));
+const char16_t* message_text(uint32_t id) {
+    return catalogue_text(id, diag_state.language);
 }
 
-void put_row(std::u16string* out, const TokenRow* row) {
-    if (!row) return;
-    for (const PpToken* t = row->cur; t && t < row->last; ++t) {
-        if (t->type == PP_NEWLINE) break;
-        if (t != row->cur && t->wslen > 0) *out += u' ';
-        put_text(out, t->text, t->len);
-    }
-}
-
-void put_pp_insert(std::u16string* out, char16_t kind, const MsgArg* a) {
-    if (!a) return;
-    switch (kind) {
-    case u'1':
-    case u's':
-        if (a->kind == MsgArg::string) *out += a->text ? a->text : u"(null)";
-        break;
-    case u'c':
-        if (char16_t c = static_cast<char16_t>(a->value & 0xFFFF)) *out += c;
-        break;
-    case u'd':
-        for (char c : std::to_string(static_cast<int32_t>(a->value))) *out += c;
-        break;
-    case u'r':
-        put_row(out, a->token_row);
-        break;
-    case u't':
-        if (a->pp_token) put_text(out, a->pp_token->text, a->pp_token->len);
-        break;
-    }
-}
-
-bool is_pp_insert(char16_t c) {
-    return c == u'1' || c == u's' || c == u'c' || c == u'd' || c == u'r' || c == u't';
-}
-
-std::u16string expand_pp(std::u16string_view raw, Args args) {
-    ArgCursor next{args.begin(), args.end()};
-    std::u16string out;
-    for (size_t i = 0; i < raw.size(); ++i) {
-        if (raw[i] != u'%') {
-            out += raw[i];
-            continue;
-        }
-        if (i + 1 < raw.size() && raw[i + 1] == u'%') ++i; // "%%t" works like "%t"
-        if (++i == raw.size()) break;
-        if (is_pp_insert(raw[i]))
-            put_pp_insert(&out, raw[i], next.next());
-        else
-            out += raw[i];
-    }
-    cut(&out, PP_TEXT_BUFFER);
-    return out;
-}
-
-// Prefix and the message with its inserts untouched, or the fallback text
-// over the whole buffer.
-std::u16string pp_raw_text(DiagnosticCode code) {
-    const char16_t* message = table_text(code & PP_MASK);
-    if (!message) return fallback(code);
-    std::u16string raw = prefix(code) + message;
-    cut(&raw, PP_RAW_BUFFER);
-    return raw;
-}
+namespace {
 
 // ---- script report ----
 
@@ -159,7 +80,7 @@ std::u16string pp_raw_text(DiagnosticCode code) {
 // system's texts for a platform error number.
 bool script_message(DiagnosticCode code, Args args, std::u16string* out) {
     DiagnosticCode id = code & SCRIPT_MASK;
-    if (const char16_t* t = table_text(id)) {
+    if (const char16_t* t = message_text(id)) {
         *out = format_inserts(t, as_span(args));
         return true;
     }
@@ -172,28 +93,13 @@ bool script_message(DiagnosticCode code, Args args, std::u16string* out) {
 
 std::u16string script_text(DiagnosticCode code, Args args) {
     std::u16string message;
-    if (!script_message(code, args, &message)) return fallback(code);
-    std::u16string text = prefix(code) + message;
+    if (!script_message(code, args, &message)) return fallback_text(code);
+    std::u16string text = report_prefix(code) + message;
     cut(&text, SCRIPT_TEXT_BUFFER);
     return text;
 }
 
 } // namespace
-
-DiagnosticCode report_pp_args(DiagnosticCode code, Args args) {
-    if (tarn_error_callback callback = compile_state.error_callback) {
-        std::u16string text = expand_pp(pp_raw_text(code), args);
-        const char16_t* file = nullptr;
-        uint32_t line = 0;
-        if (!pp_location(&file, &line)) {
-            file = nullptr;
-            line = 0;
-        }
-        callback(severity_class(code), file, line, text.c_str());
-    }
-    conclude(code);
-    return code & SEVERITY_MASK;
-}
 
 void report_args(DiagnosticCode code, Args args) {
     if ((code & SCRIPT_MASK) == 0) return;
@@ -203,22 +109,11 @@ void report_args(DiagnosticCode code, Args args) {
         const char16_t* file = line ? script_location.script_file : nullptr;
         callback(severity_class(code), file, line, text.c_str());
     }
-    conclude(code);
-}
-
-void report_at_source_args(DiagnosticCode code, Args args) {
-    if (tarn_error_callback callback = compile_state.error_callback) {
-        std::u16string text = script_text(code, args);
-        const char16_t* file = nullptr;
-        uint32_t line = 0;
-        pp_location(&file, &line);
-        callback(severity_class(code), file, line, text.c_str());
-    }
-    conclude(code);
+    conclude_report(code);
 }
 
 std::u16string format_message_args(uint32_t number, Args args) {
-    const char16_t* t = table_text(CODE_LIBRARY | number);
+    const char16_t* t = message_text(CODE_LIBRARY | number);
     return t ? format_inserts(t, as_span(args)) : std::u16string();
 }
 

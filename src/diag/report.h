@@ -14,8 +14,6 @@ namespace tarn {
 // Thrown by a fatal diagnostic (and by an abort); caught at the export.
 struct FatalUnwind {};
 
-constexpr size_t PP_RAW_BUFFER = 256;      // prefix and raw text, preprocessor report
-constexpr size_t PP_TEXT_BUFFER = 512;     // expanded text, preprocessor report
 constexpr size_t SCRIPT_TEXT_BUFFER = 512; // script report
 
 struct DiagState {
@@ -25,27 +23,31 @@ extern DiagState diag_state;
 
 void diag_reset();
 
-// Preprocessor report: "%%t" token, "%%r" row from its cursor, "%%s"/"%%1"
-// string, "%%d" number, "%%c" character. Location: the innermost source that
-// is a file. Returns the severity bits of the code.
-DiagnosticCode report_pp_args(DiagnosticCode code, std::initializer_list<MsgArg> args);
-template <class... A> DiagnosticCode report_pp(DiagnosticCode code, const A&... inserts) {
-    return report_pp_args(code, {MsgArg(inserts)...});
-}
+constexpr size_t SCRIPT_FILE_UNITS = 260;
+
+// Where a script report points: kept by the script lexer from the line
+// markers of the preprocessed text.
+struct ScriptLocation {
+    char16_t script_file[SCRIPT_FILE_UNITS] = {}; // named by the last line marker
+    uint32_t script_line = 0;
+    int32_t in_script = 0; // 0 while the text comes from a .h or .c file
+};
+extern ScriptLocation script_location;
+
+// The pieces the preprocessor's own report path (cpp/report_pp.h) is made
+// of: the severity word, the text for a code without a message, the
+// message's raw text in the user's language, and the end of every report
+// (count an error, unwind on a fatal code; the export counts fatal ones).
+std::u16string report_prefix(DiagnosticCode code);
+std::u16string fallback_text(DiagnosticCode code);
+const char16_t* message_text(uint32_t id);
+void conclude_report(DiagnosticCode code);
 
 // Script report: platform formatter inserts; location from the script lexer.
 // A code whose (code & 0x20003FFF) is 0 reports nothing.
 void report_args(DiagnosticCode code, std::initializer_list<MsgArg> args);
 template <class... A> void report(DiagnosticCode code, const A&... inserts) {
     report_args(code, {MsgArg(inserts)...});
-}
-
-// The script report's text (platform formatter inserts) at the
-// preprocessor report's location: for such messages raised while the
-// preprocessor reads a line, whose place the script lexer has not reached.
-void report_at_source_args(DiagnosticCode code, std::initializer_list<MsgArg> args);
-template <class... A> void report_at_source(DiagnosticCode code, const A&... inserts) {
-    report_at_source_args(code, {MsgArg(inserts)...});
 }
 
 // Formats a catalogue message into a new string (empty when it has none).

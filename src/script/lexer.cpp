@@ -17,7 +17,6 @@
 
 namespace tarn {
 
-ScriptLocation script_location;
 ScriptToken token;
 
 namespace {

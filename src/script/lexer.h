@@ -112,7 +112,6 @@ enum TokenKind : int32_t {
 constexpr int32_t TK_FIRST_KEYWORD = TK_ACCELERATORS;
 constexpr int32_t TK_LAST_KEYWORD = TK_VXD;
 constexpr size_t TOKEN_TEXT_UNITS = 4096;
-constexpr size_t SCRIPT_FILE_UNITS = 260;
 
 // A token's units: 4096 to start with, as the design has them; only the
 // extended dialect, which has no limit on a literal or a name, grows them.
@@ -143,12 +142,6 @@ struct ScriptToken {
 // A number's value is kept in the first four bytes of text.
 uint32_t number_value(const ScriptToken& t);
 
-struct ScriptLocation {
-    char16_t script_file[SCRIPT_FILE_UNITS] = {}; // named by the last line marker
-    uint32_t script_line = 0;
-    int32_t in_script = 0; // 0 while the text comes from a .h or .c file
-};
-extern ScriptLocation script_location;
 extern ScriptToken token; // the current token
 
 // State of a just-loaded library (empties the push-back buffer).

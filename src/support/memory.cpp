@@ -2,19 +2,20 @@
 // fatal diagnostic 0x800E and never returns a null pointer.
 #include "support/memory.h"
 
-#include "diag/report.h"
 #include "support/text.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace tarn {
 
 namespace {
 
+// Reported as the fatal out-of-memory diagnostic where the exports catch
+// it: support sits below the reporter.
 [[noreturn]] void out_of_memory() {
-    report(FATAL_OUT_OF_MEMORY);
-    throw FatalUnwind{}; // a fatal report never returns; this only tells the compiler
+    throw std::bad_alloc();
 }
 
 } // namespace

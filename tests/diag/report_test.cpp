@@ -7,6 +7,7 @@
 
 #include "support/state.h"
 #include "cpp/tokens.h"
+#include "cpp/report_pp.h"
 #include "diag/report.h"
 #include "script/lexer.h"
 #include "support/platform.h"
