@@ -432,6 +432,23 @@ bool body_as_is(const TokenRow* body) {
     return true;
 }
 
+// The last steps of an expansion: the body with its arguments in (`work`)
+// is pasted, takes the hideset of the call, and replaces the call's ntok
+// tokens at `at`, where the cursor is left for the rescan.
+void put_expansion(TokenRow* row, size_t at, size_t ntok, const Symbol* sym, TokenRow* work) {
+    paste(work);
+    uint32_t hs = new_hideset(row->base[at].hideset, sym);
+    for (PpToken* tp = work->base; tp < work->last; ++tp)
+        if (tp->type == PP_NAME) tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
+    if (has_open_comment(work)) {
+        cut_line(row, at);
+    } else {
+        bool spaced = real_space(row->base + at);
+        replaceTokens(row, at, ntok, work->base, rowlen(work), spaced);
+    }
+    row->cur = row->base + at;
+}
+
 // ---- Chains of calls nested in arguments
 //
 // F(G(H(x))): each level's argument is one call whose own argument is
@@ -554,18 +571,7 @@ void expand_argument(TokenRow* own) {
             rows.inner = TokenRow{};
             substitute(lv.sym, &work.row, &args);
         }
-        paste(&work.row);
-        uint32_t hs = new_hideset(rows.call.base[0].hideset, lv.sym);
-        for (PpToken* tp = work.row.base; tp < work.row.last; ++tp)
-            if (tp->type == PP_NAME)
-                tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
-        if (has_open_comment(&work.row)) {
-            cut_line(&rows.call, 0);
-        } else {
-            bool spaced = real_space(rows.call.base);
-            replaceTokens(&rows.call, 0, 3, work.row.base, rowlen(&work.row), spaced);
-        }
-        rows.call.cur = rows.call.base;
+        put_expansion(&rows.call, 0, 3, lv.sym, &work.row);
         expandRow(&rows.call, nullptr); // the rescan of this level
         popSource();
         rows.inner = rows.call;
@@ -612,17 +618,7 @@ void expandMacro(TokenRow* row, Symbol* sym) {
         ntok = drop_arguments(row, at, ntok);
         substitute(sym, &work.row, &args);
     }
-    paste(&work.row);
-    uint32_t hs = new_hideset(row->base[at].hideset, sym);
-    for (PpToken* tp = work.row.base; tp < work.row.last; ++tp)
-        if (tp->type == PP_NAME) tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
-    if (has_open_comment(&work.row)) {
-        cut_line(row, at);
-    } else {
-        bool spaced = real_space(row->base + at);
-        replaceTokens(row, at, ntok, work.row.base, rowlen(&work.row), spaced);
-    }
-    row->cur = row->base + at;
+    put_expansion(row, at, ntok, sym, &work.row);
 }
 
 void expandRow(TokenRow* row, const char16_t* name) {
