@@ -72,9 +72,9 @@ TEST_F(Nesting, ChainsOfCallsGiveWhatEachLevelWould) {
 }
 
 TEST_F(Nesting, DeepChainsInLinearTime) {
-    // Without the line limit: two chains of 100,000 levels, which took far too
-    // long
-    // and ran out of stack when every level recursed and copied what it held.
+    // Without the line limit: two chains of 100,000 levels, which took far
+    // too long and ran out of stack when every level recursed and copied
+    // what it held.
     reattach();
     diags.clear();
     set_extended_mode();
