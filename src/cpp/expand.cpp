@@ -27,6 +27,7 @@ using ArgRows = std::vector<TokenRow>;
 // Frees the argument rows of one call on every path.
 struct Args {
     ArgRows rows;
+    bool expanded = false; // the rows are expanded already (a chain, below)
     Args() = default;
     Args(const Args&) = delete;
     Args& operator=(const Args&) = delete;
@@ -299,6 +300,8 @@ ParamUses count_uses(const Symbol* sym, const TokenRow* body) {
     return u;
 }
 
+void expand_argument(TokenRow* own);
+
 void substitute(const Symbol* sym, TokenRow* work, Args* args) {
     ParamUses uses = count_uses(sym, sym->replacement);
     size_t k = 0;
@@ -339,8 +342,7 @@ void substitute(const Symbol* sym, TokenRow* work, Args* args) {
             // The argument's last use: it is expanded where it is, not in a
             // copy, so that calls nested in arguments need no copy per level.
             TokenRow& own = args->rows[a];
-            own.cur = own.base;
-            expandRow(&own, u"<macro>");
+            if (!args->expanded) expand_argument(&own);
             replaceTokens(work, k, 1, own.base, rowlen(&own), spaced);
             k += rowlen(&own);
             freeRow(&own);
@@ -430,6 +432,156 @@ bool body_as_is(const TokenRow* body) {
     return true;
 }
 
+// The last steps of an expansion: the body with its arguments in (`work`)
+// is pasted, takes the hideset of the call, and replaces the call's ntok
+// tokens at `at`, where the cursor is left for the rescan.
+void put_expansion(TokenRow* row, size_t at, size_t ntok, const Symbol* sym, TokenRow* work) {
+    paste(work);
+    uint32_t hs = new_hideset(row->base[at].hideset, sym);
+    for (PpToken* tp = work->base; tp < work->last; ++tp)
+        if (tp->type == PP_NAME) tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
+    if (has_open_comment(work)) {
+        cut_line(row, at);
+    } else {
+        bool spaced = real_space(row->base + at);
+        replaceTokens(row, at, ntok, work->base, rowlen(work), spaced);
+    }
+    row->cur = row->base + at;
+}
+
+// ---- Chains of calls nested in arguments
+//
+// F(G(H(x))): each level's argument is one call whose own argument is
+// expanded first. Done level by level, every level would scan and copy
+// all it holds and recurse once more, so that time grew with the square
+// of the depth and the stack with the depth. The levels are found at once
+// from the bracket structure instead, the innermost argument is expanded,
+// and the levels are finished from the inside out, each one as it would
+// have been: the same steps in the same order, with the same messages.
+
+// A macro whose call can stand for a level: one parameter, used once as
+// itself, with no # in the body (whose messages would come in another
+// order) and nothing else that would want the argument.
+bool chain_macro(const Symbol* sym) {
+    if (!sym->params || rowlen(sym->params) != 1) return false;
+    const TokenRow* body = sym->replacement;
+    if (!body) return false;
+    for (const PpToken* tp = body->base; tp < body->last; ++tp)
+        if (tp->type == PP_HASH) return false;
+    ParamUses u = count_uses(sym, body);
+    return u.counted && u.plain[0] == 1 && u.raw[0] == 0;
+}
+
+// The macro of the call that fills row[s, e) exactly, as the rescan would
+// expand it at s; null when the range is anything else. `close` holds the
+// index of the ")" of each "(" with no comma at its level, else SIZE_MAX.
+Symbol* chain_call(const TokenRow* row, size_t s, size_t e, const std::vector<size_t>& close) {
+    if (e < s + 3) return nullptr;
+    const PpToken* tp = row->base + s;
+    if (tp->type != PP_NAME || tp[1].type != K_LP || close[s + 1] != e - 1) return nullptr;
+    if (!macro_bit_set(cpp.macroBits, tp)) return nullptr;
+    Symbol* sym = lookupSymbol(tp, false);
+    if (!sym || !(sym->flags & SYM_DEFINED) || (sym->flags & SYM_BUILTIN)) return nullptr;
+    if (sym->value == KW_DEFINED && sym == cpp.definedSymbol) return nullptr;
+    if (tp->hideset && check_hideset(tp->hideset, sym)) return nullptr;
+    return chain_macro(sym) ? sym : nullptr;
+}
+
+// The ")" of every "(" of a balanced row, or SIZE_MAX where the group
+// holds a comma at its own level (more than one argument).
+std::vector<size_t> bracket_closes(const TokenRow* row) {
+    size_t n = rowlen(row);
+    std::vector<size_t> close(n, SIZE_MAX), open;
+    std::vector<bool> comma;
+    for (size_t i = 0; i < n; ++i) {
+        uint8_t kind = row->base[i].type;
+        if (kind == K_LP) {
+            open.push_back(i);
+            comma.push_back(false);
+        } else if (kind == K_RP) {
+            if (open.empty()) break;
+            if (!comma.back()) close[open.back()] = i;
+            open.pop_back();
+            comma.pop_back();
+        } else if (kind == K_COMMA && !open.empty()) {
+            comma.back() = true;
+        }
+    }
+    return close;
+}
+
+struct ChainLevel {
+    Symbol* sym;
+    size_t at;    // the name's index in the argument row
+    size_t close; // and its ")"
+};
+
+// Rows of the chain, freed on every path.
+struct ChainRows {
+    TokenRow inner{}, call{};
+    ChainRows() = default;
+    ChainRows(const ChainRows&) = delete;
+    ChainRows& operator=(const ChainRows&) = delete;
+    ~ChainRows() {
+        freeRow(&inner);
+        freeRow(&call);
+    }
+};
+
+// Expands a gathered argument in its own row, as a "<macro>" input: what
+// expandRow does, without a level of recursion per nested call.
+void expand_argument(TokenRow* own) {
+    own->cur = own->base;
+    std::vector<ChainLevel> levels;
+    size_t s = 0, e = rowlen(own);
+    if (e >= 3 && own->base[0].type == PP_NAME && own->base[e - 1].type == K_RP) {
+        std::vector<size_t> close = bracket_closes(own);
+        while (Symbol* sym = chain_call(own, s, e, close)) {
+            levels.push_back({sym, s, e - 1});
+            s += 2;
+            e -= 1;
+            // An argument is stored without the space in front of it.
+            if (s < e) own->base[s].wslen = 0;
+        }
+    }
+    if (levels.empty()) {
+        expandRow(own, u"<macro>");
+        return;
+    }
+    // One "<macro>" input per level, as each level's rescan pushes one.
+    for (size_t i = 0; i < levels.size(); ++i) pushSource(u"<macro>", u"");
+    ChainRows rows;
+    copyRow(&rows.inner, own->base + s, own->base + e);
+    pushSource(u"<macro>", u"");
+    expandRow(&rows.inner, nullptr);
+    popSource();
+    for (size_t i = levels.size(); i-- > 0;) {
+        const ChainLevel& lv = levels[i];
+        const TokenRow* body = lv.sym->replacement;
+        // The call with its argument gathered: name and parentheses.
+        PpToken call[3] = {own->base[lv.at], own->base[lv.at + 1], own->base[lv.close]};
+        copyRow(&rows.call, call, call + 3);
+        ScopedRow work(rowlen(body) + 1);
+        std::memcpy(work.row.base, body->base, rowlen(body) * sizeof(PpToken));
+        work.row.last = work.row.base + rowlen(body);
+        {
+            Args args;
+            args.expanded = true;
+            args.rows.push_back(rows.inner);
+            rows.inner = TokenRow{};
+            substitute(lv.sym, &work.row, &args);
+        }
+        put_expansion(&rows.call, 0, 3, lv.sym, &work.row);
+        expandRow(&rows.call, nullptr); // the rescan of this level
+        popSource();
+        rows.inner = rows.call;
+        rows.call = TokenRow{};
+    }
+    freeRow(own);
+    *own = rows.inner;
+    rows.inner = TokenRow{};
+}
+
 } // namespace
 
 void expandMacro(TokenRow* row, Symbol* sym) {
@@ -466,17 +618,7 @@ void expandMacro(TokenRow* row, Symbol* sym) {
         ntok = drop_arguments(row, at, ntok);
         substitute(sym, &work.row, &args);
     }
-    paste(&work.row);
-    uint32_t hs = new_hideset(row->base[at].hideset, sym);
-    for (PpToken* tp = work.row.base; tp < work.row.last; ++tp)
-        if (tp->type == PP_NAME) tp->hideset = tp->hideset ? unionHidesets(tp->hideset, hs) : hs;
-    if (has_open_comment(&work.row)) {
-        cut_line(row, at);
-    } else {
-        bool spaced = real_space(row->base + at);
-        replaceTokens(row, at, ntok, work.row.base, rowlen(&work.row), spaced);
-    }
-    row->cur = row->base + at;
+    put_expansion(row, at, ntok, sym, &work.row);
 }
 
 void expandRow(TokenRow* row, const char16_t* name) {
