@@ -83,7 +83,8 @@ std::vector<LimitCase> limit_cases() {
         chain += "#define A" + std::to_string(i) + " A" + std::to_string(i + 1) + "\n";
     for (int i = 0; i < 40; ++i) {
         params += (i ? ",p" : "p") + std::to_string(i);
-        args += (i ? "," : "") + std::to_string(i);
+        args += i ? "," : ""; // appended apart: g++ 12 warns falsely on "," + string
+        args += std::to_string(i);
     }
     std::string line(40000, 'x');
     return {
@@ -125,9 +126,11 @@ TEST_F(Extended, LimitsLifted) {
 
 TEST_F(Extended, IncludesAsDeepAsMemoryHolds) {
     constexpr int DEPTH = 150;
+    auto name = [](int i) { return std::string("i").append(std::to_string(i)).append(".h"); };
     for (int i = 0; i < DEPTH; ++i)
-        write_file("i" + std::to_string(i) + ".h",
-                   i + 1 < DEPTH ? "#include \"i" + std::to_string(i + 1) + ".h\"\n" : "deep\n");
+        write_file(name(i), i + 1 < DEPTH
+                                ? std::string("#include \"").append(name(i + 1)).append("\"\n")
+                                : std::string("deep\n"));
     EXPECT_EQ(fatal("#include \"i0.h\"\n"), "fatal error: #include too deeply nested.");
     extended();
     EXPECT_EQ(lines(pp("#include \"i0.h\"\n")), "deep");
