@@ -59,8 +59,12 @@ std::u16string row_text(const UsageRow& row) {
 } // namespace
 
 std::u16string usage_text(bool slash_options) {
-    std::u16string text = u"\n" + message(MSG_USAGE_SYNTAX, {u"tarn", u".rc"}) + u"\n" +
-                          message(MSG_USAGE_OPTIONS) + u"\n";
+    // Appended piece by piece: g++ 12 at -O3 warns (wrongly) about operator+ on a temporary.
+    std::u16string text = u"\n";
+    text += message(MSG_USAGE_SYNTAX, {u"tarn", u".rc"});
+    text += u"\n";
+    text += message(MSG_USAGE_OPTIONS);
+    text += u"\n";
     for (const UsageRow& row : USAGE_ROWS) {
         std::u16string line = row_text(row);
         // The table writes the classic options the Windows way.
