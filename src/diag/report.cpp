@@ -70,6 +70,7 @@ std::u16string fallback(DiagnosticCode code) {
 
 // Fatal codes unwind uncounted (the export counts them); errors count.
 void conclude(DiagnosticCode code) {
+    diag_state.reported += 1;
     if (code & CODE_FATAL) throw FatalUnwind{};
     if ((code & SEVERITY_MASK) == SEVERITY_ERROR) compile_state.error_count += 1;
 }

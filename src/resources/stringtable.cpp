@@ -3,6 +3,8 @@
 // per language, one RT_STRING resource each, in the order in which each
 // (block, language) pair first appeared.
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <unordered_map>
 #include <vector>
 
@@ -76,14 +78,22 @@ std::vector<Block> gather_blocks() {
 // A filled slot is its length word and that many units (the text's zero
 // when a null is appended); an empty one a zero length word.
 uint32_t write_block(const Block& b, std::vector<uint8_t>& data) {
-    data.clear();
+    // Sized once and copied a slot at a time: the units are kept in the
+    // file's own (little-endian) order.
+    static_assert(std::endian::native == std::endian::little);
+    size_t total = 0;
+    for (const char16_t* text : b.slots) total += text ? size_t(text[0]) + 1 : 1;
+    data.resize(total * sizeof(char16_t));
+    uint8_t* at = data.data();
     for (const char16_t* text : b.slots) {
-        size_t units = text ? size_t(text[0]) + 1 : 1;
-        for (size_t u = 0; u < units; ++u) {
-            char16_t c = text ? text[u] : 0;
-            data.push_back(uint8_t(c));
-            data.push_back(uint8_t(c >> 8));
+        if (!text) {
+            at[0] = at[1] = 0;
+            at += 2;
+            continue;
         }
+        size_t bytes = (size_t(text[0]) + 1) * sizeof(char16_t);
+        std::memcpy(at, text, bytes);
+        at += bytes;
     }
     uint32_t size = uint32_t(data.size());
     const ResourceAttributes& attributes = string_tables.statements[b.first->statement];

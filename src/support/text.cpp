@@ -157,7 +157,41 @@ size_t utf8_decode(const char* bytes, size_t n, char16_t* out, size_t room) {
     return sink.result();
 }
 
+// Every unit takes at most three bytes (a pair of surrogates four, for two
+// units), so a buffer of 3n needs no check per byte; ASCII runs go a unit at a
+// time without the surrogate tests.
+static size_t encode_unchecked(const char16_t* text, size_t n, char* out) {
+    char* o = out;
+    for (size_t i = 0; i < n; ++i) {
+        uint32_t c = text[i];
+        if (c < 0x80) {
+            *o++ = static_cast<char>(c);
+            continue;
+        }
+        if (c < 0x800) {
+            *o++ = static_cast<char>(0xC0 | c >> 6);
+            *o++ = static_cast<char>(0x80 | (c & 0x3F));
+            continue;
+        }
+        if (is_high_surrogate(text[i]) && i + 1 < n && is_low_surrogate(text[i + 1])) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00u);
+            ++i;
+            *o++ = static_cast<char>(0xF0 | c >> 18);
+            *o++ = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+            *o++ = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            *o++ = static_cast<char>(0x80 | (c & 0x3F));
+            continue;
+        }
+        if (is_high_surrogate(text[i]) || is_low_surrogate(text[i])) c = 0xFFFD;
+        *o++ = static_cast<char>(0xE0 | c >> 12);
+        *o++ = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        *o++ = static_cast<char>(0x80 | (c & 0x3F));
+    }
+    return static_cast<size_t>(o - out);
+}
+
 size_t utf8_encode(const char16_t* text, size_t n, char* out, size_t room) {
+    if (out && n && room / 3 >= n) return encode_unchecked(text, n, out);
     Sink<char> sink{out, room};
     for (size_t i = 0; i < n; ++i) {
         uint32_t cp = text[i];
@@ -179,8 +213,9 @@ std::u16string utf8_to_utf16(std::string_view s) {
 }
 
 std::string utf16_to_utf8(std::u16string_view s) {
-    std::string bytes(utf8_encode(s.data(), s.size(), nullptr, 0), '\0');
-    utf8_encode(s.data(), s.size(), bytes.data(), bytes.size());
+    // One pass into the most room the text can need, rather than a count first.
+    std::string bytes(3 * s.size(), '\0');
+    bytes.resize(s.empty() ? 0 : encode_unchecked(s.data(), s.size(), bytes.data()));
     return bytes;
 }
 
