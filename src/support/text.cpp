@@ -5,6 +5,7 @@
 #include "support/sink.h"
 
 #include <array>
+#include <cstring>
 
 namespace tarn {
 
@@ -163,6 +164,19 @@ size_t utf8_decode(const char* bytes, size_t n, char16_t* out, size_t room) {
 static size_t encode_unchecked(const char16_t* text, size_t n, char* out) {
     char* o = out;
     for (size_t i = 0; i < n; ++i) {
+        // Four ASCII units at once, the common case.
+        while (i + 4 <= n) {
+            uint64_t four;
+            std::memcpy(&four, text + i, sizeof four);
+            if (four & 0xFF80FF80FF80FF80u) break;
+            o[0] = static_cast<char>(text[i]);
+            o[1] = static_cast<char>(text[i + 1]);
+            o[2] = static_cast<char>(text[i + 2]);
+            o[3] = static_cast<char>(text[i + 3]);
+            o += 4;
+            i += 4;
+        }
+        if (i == n) break;
         uint32_t c = text[i];
         if (c < 0x80) {
             *o++ = static_cast<char>(c);
