@@ -40,24 +40,27 @@ uint32_t keep_text() {
     StringTableState& st = string_tables;
     const char16_t* units = token.text.data();
     size_t length = token.length;
-    bool narrow = true;
-    for (size_t i = 0; i < length; ++i) narrow &= units[i] < 256;
-    size_t bytes = TEXT_HEADER + length * (narrow ? 1 : 2);
-    if (st.chunks.empty() || st.chunk_used + bytes > STRING_CHUNK_BYTES) {
+    size_t most = TEXT_HEADER + length * sizeof(char16_t); // room for the units kept wide
+    if (st.chunks.empty() || st.chunk_used + most > STRING_CHUNK_BYTES) {
         if (st.chunks.size() >= UINT32_MAX / STRING_CHUNK_BYTES) throw std::bad_alloc();
         st.chunks.emplace_back(new uint8_t[STRING_CHUNK_BYTES]);
         st.chunk_used = 0;
     }
     auto offset = uint32_t((st.chunks.size() - 1) * STRING_CHUNK_BYTES + st.chunk_used);
     uint8_t* at = st.chunks.back().get() + st.chunk_used;
-    st.chunk_used += bytes;
+    // Copied as bytes while the high bits are gathered, in one pass; copied
+    // again whole in the rare case that a unit does not fit.
+    uint16_t high = 0;
+    for (size_t i = 0; i < length; ++i) {
+        at[TEXT_HEADER + i] = uint8_t(units[i]);
+        high |= units[i];
+    }
+    bool narrow = high < 256;
+    if (!narrow) std::memcpy(at + TEXT_HEADER, units, length * sizeof(char16_t));
+    st.chunk_used += narrow ? TEXT_HEADER + length : most;
     at[0] = uint8_t(length);
     at[1] = uint8_t(length >> 8);
     at[2] = uint8_t((compile_state.null_append ? TEXT_ZERO : 0) | (narrow ? TEXT_NARROW : 0));
-    if (narrow)
-        for (size_t i = 0; i < length; ++i) at[TEXT_HEADER + i] = uint8_t(units[i]);
-    else
-        std::memcpy(at + TEXT_HEADER, units, length * sizeof(char16_t));
     return offset;
 }
 
