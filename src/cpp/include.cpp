@@ -112,8 +112,8 @@ void guardLine(SourceFile* s, const TokenRow* row) {
     switch (s->guard) {
     case GUARD_FIRST:
         // The first line opens the guard: # ifndef X, nothing more.
-        if (directive && rowlen(row) == 4 && is_word(tp + 1, u"ifndef") &&
-            tp[2].type == PP_NAME && tp[3].type == PP_NEWLINE) {
+        if (directive && rowlen(row) == 4 && is_word(tp + 1, u"ifndef") && tp[2].type == PP_NAME &&
+            tp[3].type == PP_NEWLINE) {
             s->guard = GUARD_INSIDE;
             s->guard_len = tp[2].len;
             s->guard_name = cpp.arena.copy(tp[2].text, tp[2].len);

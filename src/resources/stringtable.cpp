@@ -126,8 +126,8 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
     }
     uint32_t size = uint32_t(data.size());
     const ResourceAttributes& attributes = string_tables.statements[b.statement];
-    uint32_t e = write_header_checked(size, attributes, make_ordinal(RT_STRING),
-                                      make_ordinal(b.block_id));
+    uint32_t e =
+        write_header_checked(size, attributes, make_ordinal(RT_STRING), make_ordinal(b.block_id));
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;

@@ -45,7 +45,6 @@ bool well_formed(const unsigned char* s, size_t len) {
     return true;
 }
 
-
 void put_utf16(Sink<char16_t>& sink, uint32_t cp) {
     if (cp < 0x10000) {
         sink.put(static_cast<char16_t>(cp));

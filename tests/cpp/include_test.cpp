@@ -154,17 +154,17 @@ TEST_F(Include, GuardedHeadersIncludedAgainAsIfRead) {
     const char* headers[] = {
         "#ifndef G\n#define G 1\nx\n#endif\n",
         "#ifndef G\n#define G\n#if 1\na\n#else\nb\n#endif\n#ifdef Q\nq\n#endif\n#endif\n\n\n",
-        "#ifndef G\n#define G\n#else\nsecond\n#endif\n",           // an #else of the guard
-        "#ifndef G\n#define G\n#elif 1\nsecond\n#endif\n",         // an #elif of the guard
-        "#ifndef G\n#define G\n#endif\n/* after */\n",             // text after the guard
-        "/* before */\n#ifndef G\n#define G\n#endif\n",            // text before it
-        "#ifndef G\n#define G \\\n 1\n#endif\n",                   // a splice
-        "#ifndef G\n#define G\n#undef G\n#endif\n",                // no macro left
-        "#ifndef G\n#define G\n#if 0\n#foo\n#endif\n#endif\n",     // skipped, yet said
-        "#ifndef G\n#define G\n#endif",                            // no last line end
-        "#ifndef G\n#define G\n# 7 \"other.h\"\n#endif\n",         // a line directive
-        "#ifndef G\n#define G\n#define F(a) a\nF(\n1)\n#endif\n",  // a call over two lines
-        "#ifndef G\n#define G\n#endif extra\n",                    // a warning on #endif
+        "#ifndef G\n#define G\n#else\nsecond\n#endif\n",          // an #else of the guard
+        "#ifndef G\n#define G\n#elif 1\nsecond\n#endif\n",        // an #elif of the guard
+        "#ifndef G\n#define G\n#endif\n/* after */\n",            // text after the guard
+        "/* before */\n#ifndef G\n#define G\n#endif\n",           // text before it
+        "#ifndef G\n#define G \\\n 1\n#endif\n",                  // a splice
+        "#ifndef G\n#define G\n#undef G\n#endif\n",               // no macro left
+        "#ifndef G\n#define G\n#if 0\n#foo\n#endif\n#endif\n",    // skipped, yet said
+        "#ifndef G\n#define G\n#endif",                           // no last line end
+        "#ifndef G\n#define G\n# 7 \"other.h\"\n#endif\n",        // a line directive
+        "#ifndef G\n#define G\n#define F(a) a\nF(\n1)\n#endif\n", // a call over two lines
+        "#ifndef G\n#define G\n#endif extra\n",                   // a warning on #endif
         "#ifndef G\n#define G\n#include \"inner.h\"\n#endif\n",
         "#ifndef G\n#define G\n#if 1\n#if 1\n#if 1\ndeep\n#endif\n#endif\n#endif\n#endif\n",
     };

@@ -71,8 +71,12 @@ TEST(Utf8Conversion, RoomTooSmallGivesZeroAndNullCounts) {
 // Ample room takes the unchecked path, exact room the checked one: the same bytes.
 TEST(Utf8Conversion, AmpleAndExactRoomAgree) {
     const std::u16string texts[] = {
-        u"plain", u"\u00E9\u07FF\u0800\uFFFF", u"a\U0001F600b", std::u16string(1, char16_t(0xD83D)),
-        std::u16string(u"x") + char16_t(0xDE00) + char16_t(0xD83D), u"\U0010FFFF\u0080",
+        u"plain",
+        u"\u00E9\u07FF\u0800\uFFFF",
+        u"a\U0001F600b",
+        std::u16string(1, char16_t(0xD83D)),
+        std::u16string(u"x") + char16_t(0xDE00) + char16_t(0xD83D),
+        u"\U0010FFFF\u0080",
     };
     for (const std::u16string& t : texts) {
         size_t n = utf8_encode(t.data(), t.size(), nullptr, 0);
