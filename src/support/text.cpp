@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstring>
+#include <memory>
 
 namespace tarn {
 
@@ -226,10 +227,11 @@ std::u16string utf8_to_utf16(std::string_view s) {
 }
 
 std::string utf16_to_utf8(std::u16string_view s) {
-    // One pass into the most room the text can need, rather than a count first.
-    std::string bytes(3 * s.size(), '\0');
-    bytes.resize(s.empty() ? 0 : encode_unchecked(s.data(), s.size(), bytes.data()));
-    return bytes;
+    // One pass into the most room the text can need, rather than a count
+    // first; the room is not cleared, only what was written is copied.
+    if (s.empty()) return {};
+    std::unique_ptr<char[]> room(new char[3 * s.size()]);
+    return std::string(room.get(), encode_unchecked(s.data(), s.size(), room.get()));
 }
 
 size_t utf8_valid_prefix(const unsigned char* bytes, size_t n) {
