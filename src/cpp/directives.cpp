@@ -230,6 +230,8 @@ int processLines(TokenRow* row) {
         }
         int room = 1;
         if (row->cur->type != PP_END) {
+            SourceFile* from = cpp.source;
+            guardLine(from, row);
             if (row->cur->type == PP_HASH) {
                 row->cur += 1;
                 runDirective(row);
@@ -244,7 +246,9 @@ int processLines(TokenRow* row) {
             cpp.pending = 0;
             SourceFile* s = cpp.source;
             advance_line(s);
-            if (s->lineinc > 1) room = writeLineMarker();
+            if (s->lineinc > 1 || cpp.guardSkipped) room = writeLineMarker();
+            cpp.guardSkipped = false;
+            guardLineDone(from);
         } else {
             if (--cpp.includeDepth < 0) {
                 if (cpp.ifDepth)
@@ -255,6 +259,7 @@ int processLines(TokenRow* row) {
                 report_pp(WARN_UNTERMINATED_COND_INCLUDE);
                 while (cpp.source->ifdepth > 0) close_conditional();
             }
+            guardFileDone(cpp.source);
             popSource();
             advance_line(cpp.source);
             row->cur = row->last;

@@ -5,6 +5,9 @@
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
+#include <algorithm>
+#include <string_view>
+
 #include "diag/report.h"
 #include "support/paths.h"
 #include "support/state.h"
@@ -70,7 +73,95 @@ bool search_includer(const char16_t* includer, const char16_t* name, std::u16str
     return try_path(dir.c_str(), name, found);
 }
 
+bool is_word(const PpToken* tp, std::u16string_view word) {
+    return tp->type == PP_NAME && std::u16string_view(tp->text, tp->len) == word;
+}
+
+// Reading a guarded header while its macro is defined would skip every line
+// of it: its line marker, an empty line per row, and the includer's marker
+// after. That text is written instead of opening the file again, when it is
+// sure to be the same (the nesting limit, the output's room).
+bool skip_guarded(const char16_t* path) {
+    auto at = cpp.guarded.find(path);
+    if (at == cpp.guarded.end()) return false;
+    const GuardedHeader& g = at->second;
+    PpToken name{};
+    name.type = PP_NAME;
+    name.text = g.macro.data();
+    name.len = g.macro.size();
+    if (!symbol_is_defined(&name)) return false;
+    if (!compile_state.extended && cpp.ifDepth + g.depth > MAX_IF_DEPTH) return false;
+    std::u16string text = u"#line 1 \"";
+    text += path;
+    text += u"\"\n";
+    text.append(static_cast<size_t>(g.rows), u'\n');
+    if (cpp.outpos + text.size() >= cpp.outbuf.size()) return false;
+    std::copy(text.begin(), text.end(), cpp.outbuf.begin() + static_cast<ptrdiff_t>(cpp.outpos));
+    cpp.outpos += text.size();
+    cpp.guardSkipped = true; // the includer's marker follows its line, as after the file's end
+    return true;
+}
+
 } // namespace
+
+void guardLine(SourceFile* s, const TokenRow* row) {
+    if (s->guard == GUARD_OFF) return;
+    s->guard_rows += 1;
+    const PpToken* tp = row->cur;
+    bool directive = tp->type == PP_HASH;
+    switch (s->guard) {
+    case GUARD_FIRST:
+        // The first line opens the guard: # ifndef X, nothing more.
+        if (directive && rowlen(row) == 4 && is_word(tp + 1, u"ifndef") && tp[2].type == PP_NAME &&
+            tp[3].type == PP_NEWLINE) {
+            s->guard = GUARD_INSIDE;
+            s->guard_len = tp[2].len;
+            s->guard_name = cpp.arena.copy(tp[2].text, tp[2].len);
+            s->guard_depth = 1;
+        } else {
+            s->guard = GUARD_OFF;
+        }
+        return;
+    case GUARD_INSIDE: {
+        if (!directive) return;
+        const PpToken* word = tp + 1;
+        if (word->type == PP_NEWLINE) return; // a lone #
+        // Lines that act even where text is skipped, or that change how
+        // the rest is read, make a skipped reading differ.
+        if (word->type != PP_NAME || is_word(word, u"line") || is_word(word, u"pragma")) {
+            s->guard = GUARD_OFF;
+            return;
+        }
+        bool outer = s->ifdepth == 1;
+        if (outer && (is_word(word, u"else") || is_word(word, u"elif"))) {
+            s->guard = GUARD_OFF;
+        } else if (outer && is_word(word, u"endif")) {
+            s->guard = GUARD_AFTER;
+        } else if (is_word(word, u"if") || is_word(word, u"ifdef") || is_word(word, u"ifndef")) {
+            s->guard_depth = std::max(s->guard_depth, s->ifdepth + 1);
+        }
+        return;
+    }
+    default: // after the guard: only empty lines
+        if (tp->type != PP_NEWLINE || tp->wslen != 0 || rowlen(row) != 1) s->guard = GUARD_OFF;
+        return;
+    }
+}
+
+void guardLineDone(SourceFile* s) {
+    // A splice or a macro call over several lines.
+    if (s->lineinc != 1) s->guard = GUARD_OFF;
+}
+
+void guardFileDone(SourceFile* s) {
+    if (s->guard != GUARD_AFTER || s->ifdepth != 0 || !s->file ||
+        diag_state.reported != s->guard_reports)
+        return;
+    GuardedHeader& g = cpp.guarded[s->name];
+    g.macro.assign(s->guard_name, s->guard_len);
+    g.rows = s->guard_rows;
+    g.depth = s->guard_depth;
+}
 
 std::u16string findInclude(const char16_t* name, bool angled, const char16_t* current) {
     std::u16string found;
@@ -108,6 +199,10 @@ void doInclude(TokenRow* row) {
         record_include(path);
     if (++cpp.includeDepth > MAX_INCLUDE_DEPTH && !compile_state.extended)
         report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
+    if (skip_guarded(kept)) {
+        cpp.includeDepth -= 1;
+        return;
+    }
     pushSource(kept, nullptr);
     writeLineMarker();
 }

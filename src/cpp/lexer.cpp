@@ -176,7 +176,7 @@ constexpr Transition TRANSITIONS[] = {
     {20, {'='}, act(K_ASCIRC, A_TAKE)},
 };
 
-bool in_class(int16_t cls, int c) {
+bool in_class(int16_t cls, int c, const bool* letters) {
     switch (cls) {
     case C_ANY:
         return true;
@@ -185,8 +185,7 @@ bool in_class(int16_t cls, int c) {
     case C_SPACE:
         return c == ' ' || c == '\t' || c == '\v' || c == '\r';
     case C_LETTER:
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$' ||
-               plat_is_alpha(static_cast<char16_t>(c));
+        return letters[c];
     default:
         return c == cls;
     }
@@ -234,11 +233,20 @@ PpToken* fresh_slot(TokenRow* row, const char16_t* cp) {
 void build_lexer_table() {
     auto& table = cpp.lexTable;
     std::memset(table, 0, sizeof table);
+    // The letters asked of the platform once, not once per transition.
+    bool letters[256];
+    for (int c = 0; c < 256; ++c)
+        letters[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$' ||
+                     plat_is_alpha(static_cast<char16_t>(c));
     for (const Transition& t : TRANSITIONS)
         for (int16_t cls : t.on) {
             if (cls == 0) break;
+            if (cls < C_ANY) { // a single unit
+                table[t.state][cls] = t.target;
+                continue;
+            }
             for (int c = 0; c < 256; ++c)
-                if (in_class(cls, c)) table[t.state][c] = t.target;
+                if (in_class(cls, c, letters)) table[t.state][c] = t.target;
         }
     constexpr int BACKSLASH = '\\';
     for (auto& row : table) {

@@ -139,6 +139,7 @@ SourceFile* pushSource(const char16_t* name, const char16_t* text) {
         s->cursor = s->buffer;
         s->end = s->buffer + n;
         put_marks(s->end, BufferEndMark);
+        s->guard = GUARD_OFF;
         return s;
     }
     s->buffer = new char16_t[INPUT_BUFFER_UNITS + MARKER_UNITS];
@@ -155,6 +156,7 @@ SourceFile* pushSource(const char16_t* name, const char16_t* text) {
         report(fatal_system_code(e), name);
     }
     s->file = f;
+    s->guard_reports = diag_state.reported;
     SourceEncoding e = detectEncoding(f);
     s->encoding = e;
     s->code_page = compile_state.code_page;

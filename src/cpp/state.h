@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace tarn {
@@ -50,6 +51,8 @@ constexpr size_t STAGING_BYTES = 4096;
 constexpr size_t LINE_COMPACT_AT = 24576;    // three quarters of the buffer
 constexpr size_t COMMENT_COMPACT_AT = 28672; // seven eighths
 
+enum GuardWatch : uint8_t { GUARD_FIRST, GUARD_INSIDE, GUARD_AFTER, GUARD_OFF };
+
 struct SourceFile {
     FileHandle file = nullptr; // null for a text input
     char16_t* buffer = nullptr;
@@ -70,6 +73,15 @@ struct SourceFile {
     uint64_t raw_pos = 0;
     uint32_t chunk_bytes = 0;
     size_t chunk_units = 0;
+    // Include-guard watch (include.cpp): whether the whole file is one
+    // #ifndef X ... #endif read without a word said, so that a later include
+    // while X is defined can stand in for reading it again.
+    uint8_t guard = 0;
+    const char16_t* guard_name = nullptr; // X, in the arena
+    uint64_t guard_len = 0;
+    int32_t guard_rows = 0;  // lines read, one row each
+    int32_t guard_depth = 0; // deepest conditional nesting inside the file
+    uint32_t guard_reports = 0;
 };
 
 // Adds the newlines that handling a line consumed. `#line` may have set the
@@ -226,6 +238,11 @@ struct HidesetTable {
 int processLines(TokenRow* row);
 void runDirective(TokenRow* row);
 void doInclude(TokenRow* row);
+// The include-guard watch: each line of a file before it is handled and
+// after, and the file's end (before it is closed).
+void guardLine(SourceFile* s, const TokenRow* row);
+void guardLineDone(SourceFile* s);
+void guardFileDone(SourceFile* s);
 void addIncludeDir(const char16_t* path, uint32_t kind, bool append);
 void setup_include_dirs();
 bool evalIf(TokenRow* row);
@@ -271,6 +288,14 @@ struct Scratch {
     size_t used = 0;
 };
 
+// A header found to be one guarded conditional: what reading it again while
+// its macro is defined would write (a line marker, then an empty line per row).
+struct GuardedHeader {
+    std::u16string macro;
+    int32_t rows = 0;
+    int32_t depth = 0;
+};
+
 // ---- All of it
 struct CppState {
     // Sources
@@ -298,6 +323,8 @@ struct CppState {
     std::vector<int32_t> ifLine = std::vector<int32_t>(MAX_IF_DEPTH + 1);
     int32_t includeDepth = 0;
     IncludeDir* includeDirs = nullptr;
+    std::unordered_map<std::u16string, GuardedHeader> guarded; // by the path opened
+    bool guardSkipped = false; // an include just stood in for one: its line marker is due
 
     // Output
     std::vector<char16_t> outbuf = std::vector<char16_t>(OUTPUT_UNITS); // grows when extended

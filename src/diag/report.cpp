@@ -18,6 +18,7 @@ DiagState diag_state;
 ScriptLocation script_location;
 
 void diag_reset() {
+    diag_state = DiagState{};
     diag_state.language = plat_user_language_swedish() ? Language::swedish : Language::english;
 }
 
@@ -64,6 +65,7 @@ std::u16string fallback_text(DiagnosticCode code) {
 }
 
 void conclude_report(DiagnosticCode code) {
+    diag_state.reported += 1;
     if (code & CODE_FATAL) throw FatalUnwind{};
     if ((code & SEVERITY_MASK) == SEVERITY_ERROR) compile_state.error_count += 1;
 }

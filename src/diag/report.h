@@ -18,6 +18,7 @@ constexpr size_t SCRIPT_TEXT_BUFFER = 512; // script report
 
 struct DiagState {
     Language language = Language::english; // chosen at load from the user's language
+    uint32_t reported = 0;                 // every diagnostic so far, of any severity
 };
 extern DiagState diag_state;
 

@@ -2,8 +2,9 @@
 // whole compilation; at the end the collection is cut into blocks of 16 ids
 // per language, one RT_STRING resource each, in the order in which each
 // (block, language) pair first appeared.
-#include <algorithm>
-#include <unordered_map>
+#include <bit>
+#include <cstring>
+#include <new>
 #include <vector>
 
 #include "diag/report.h"
@@ -21,74 +22,112 @@ namespace {
 
 constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
 constexpr uint32_t BLOCK_SLOTS = 16;
-constexpr size_t CHUNK_UNITS = 64 * 1024; // more than a string's units, as a rule
+// Room for the longest string (65,535 units kept wide and their header), so
+// that every text lies in one chunk.
+constexpr size_t STRING_CHUNK_BYTES = 256 * 1024;
+constexpr size_t TEXT_HEADER = 3;
+constexpr uint8_t TEXT_ZERO = 1;   // a zero unit follows the units
+constexpr uint8_t TEXT_NARROW = 2; // the units are kept a byte each
 
-// The current string as a length word, its units and a zero unit. A string
-// longer than a chunk (only the extended dialect reads one) gets a chunk of
-// its own, which counts as full.
-const char16_t* keep_text() {
+uint8_t* text_at(uint32_t offset) {
+    const StringTableState& st = string_tables;
+    return st.chunks[offset / STRING_CHUNK_BYTES].get() + offset % STRING_CHUNK_BYTES;
+}
+
+// The current string, packed; returns its offset. Offsets are 32-bit: a
+// compilation holding 4 GiB of strings runs out of memory instead.
+uint32_t keep_text() {
     StringTableState& st = string_tables;
-    size_t units = token.length + 2;
-    if (units > CHUNK_UNITS) {
-        st.chunks.emplace_back(new char16_t[units]);
-        st.chunk_used = CHUNK_UNITS;
-    } else if (st.chunks.empty() || st.chunk_used + units > CHUNK_UNITS) {
-        st.chunks.emplace_back(new char16_t[CHUNK_UNITS]);
+    const char16_t* units = token.text.data();
+    size_t length = token.length;
+    size_t most = TEXT_HEADER + length * sizeof(char16_t); // room for the units kept wide
+    if (st.chunks.empty() || st.chunk_used + most > STRING_CHUNK_BYTES) {
+        if (st.chunks.size() >= UINT32_MAX / STRING_CHUNK_BYTES) throw std::bad_alloc();
+        st.chunks.emplace_back(new uint8_t[STRING_CHUNK_BYTES]);
         st.chunk_used = 0;
     }
-    char16_t* text = st.chunks.back().get() + (units > CHUNK_UNITS ? 0 : st.chunk_used);
-    if (units <= CHUNK_UNITS) st.chunk_used += units;
-    text[0] = char16_t(token.length + (compile_state.null_append ? 1 : 0));
-    std::copy(token.text.data(), token.text.data() + token.length, text + 1);
-    text[token.length + 1] = 0;
-    return text;
-}
-
-uint32_t block_id(const StringEntry& e) {
-    return uint32_t(e.id >> 4) + 1;
-}
-
-// One block: a (block id, language) pair and its 16 slots.
-struct Block {
-    const StringEntry* first = nullptr; // the first entry seen; gives the attributes
-    const char16_t* slots[BLOCK_SLOTS] = {};
-    bool duplicate = false;
-};
-
-// The blocks in the order in which each pair first appears.
-std::vector<Block> gather_blocks() {
-    const StringTableState& st = string_tables;
-    std::vector<Block> blocks;
-    std::unordered_map<uint64_t, uint32_t> index;
-    index.reserve(st.entries.size() / 8 + 1);
-    for (const StringEntry& e : st.entries) {
-        uint64_t key = (uint64_t(block_id(e)) << 16) | st.statements[e.statement].language;
-        auto [at, added] = index.try_emplace(key, uint32_t(blocks.size()));
-        if (added) blocks.emplace_back().first = &e;
-        Block& b = blocks[at->second];
-        const char16_t*& slot = b.slots[e.id & 15u];
-        if (slot) b.duplicate = true;
-        slot = e.text;
+    auto offset = uint32_t((st.chunks.size() - 1) * STRING_CHUNK_BYTES + st.chunk_used);
+    uint8_t* at = st.chunks.back().get() + st.chunk_used;
+    // Copied as bytes while the high bits are gathered, in one pass; copied
+    // again whole in the rare case that a unit does not fit.
+    uint16_t high = 0;
+    for (size_t i = 0; i < length; ++i) {
+        at[TEXT_HEADER + i] = uint8_t(units[i]);
+        high |= units[i];
     }
-    return blocks;
+    bool narrow = high < 256;
+    if (!narrow) std::memcpy(at + TEXT_HEADER, units, length * sizeof(char16_t));
+    st.chunk_used += narrow ? TEXT_HEADER + length : most;
+    at[0] = uint8_t(length);
+    at[1] = uint8_t(length >> 8);
+    at[2] = uint8_t((compile_state.null_append ? TEXT_ZERO : 0) | (narrow ? TEXT_NARROW : 0));
+    return offset;
 }
 
-// A filled slot is its length word and that many units (the text's zero
-// when a null is appended); an empty one a zero length word.
-uint32_t write_block(const Block& b, std::vector<uint8_t>& data) {
-    data.clear();
-    for (const char16_t* text : b.slots) {
-        size_t units = text ? size_t(text[0]) + 1 : 1;
-        for (size_t u = 0; u < units; ++u) {
-            char16_t c = text ? text[u] : 0;
-            data.push_back(uint8_t(c));
-            data.push_back(uint8_t(c >> 8));
+// Files the string in its block, opening the block where its pair is new.
+void add_string(uint16_t id, uint32_t statement, uint32_t offset) {
+    StringTableState& st = string_tables;
+    auto block_id = uint16_t((id >> 4) + 1); // 4096 for ids from 0xFFF0: 16 bits hold it
+    uint32_t key = uint32_t(block_id) << 16 | st.statements[statement].language;
+    auto [at, added] = st.block_index.try_emplace(key, uint32_t(st.blocks.size()));
+    if (added) {
+        StringBlock& b = st.blocks.emplace_back();
+        b.statement = statement;
+        b.block_id = block_id;
+    }
+    StringBlock& b = st.blocks[at->second];
+    uint32_t& slot = b.slots[id & 15u];
+    if (slot) b.duplicate = true;
+    slot = offset + 1;
+}
+
+// A filled slot is its length word and that many units (the zero when a
+// null is appended); an empty one a zero length word. Units go out
+// little-endian, as the file keeps them.
+uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
+    size_t total = 0;
+    for (uint32_t slot : b.slots) {
+        if (!slot) {
+            total += 2;
+            continue;
+        }
+        const uint8_t* t = text_at(slot - 1);
+        total += 2 * (1 + size_t(t[0] | t[1] << 8) + (t[2] & TEXT_ZERO ? 1 : 0));
+    }
+    data.resize(total);
+    uint8_t* out = data.data();
+    for (uint32_t slot : b.slots) {
+        if (!slot) {
+            out[0] = out[1] = 0;
+            out += 2;
+            continue;
+        }
+        const uint8_t* t = text_at(slot - 1);
+        size_t length = size_t(t[0] | t[1] << 8);
+        bool zero = t[2] & TEXT_ZERO;
+        size_t word = length + (zero ? 1 : 0);
+        out[0] = uint8_t(word);
+        out[1] = uint8_t(word >> 8);
+        out += 2;
+        if (t[2] & TEXT_NARROW) {
+            for (size_t i = 0; i < length; ++i) {
+                out[2 * i] = t[TEXT_HEADER + i];
+                out[2 * i + 1] = 0;
+            }
+        } else {
+            static_assert(std::endian::native == std::endian::little);
+            std::memcpy(out, t + TEXT_HEADER, 2 * length);
+        }
+        out += 2 * length;
+        if (zero) {
+            out[0] = out[1] = 0;
+            out += 2;
         }
     }
     uint32_t size = uint32_t(data.size());
-    const ResourceAttributes& attributes = string_tables.statements[b.first->statement];
-    uint32_t e = write_header_checked(size, attributes, make_ordinal(RT_STRING),
-                                      make_ordinal(uint16_t(block_id(*b.first))));
+    const ResourceAttributes& attributes = string_tables.statements[b.statement];
+    uint32_t e =
+        write_header_checked(size, attributes, make_ordinal(RT_STRING), make_ordinal(b.block_id));
     if (!e) e = write_bytes(data.data(), size);
     if (!e) e = pad_to_4(output_position());
     return e ? fatal_system_code(e) : 0;
@@ -110,14 +149,14 @@ void compile_string_table() {
         accept(TK_COMMA);
         if (is_string(token.kind) && fits_16(token.length + (compile_state.null_append ? 1 : 0),
                                              u"STRINGTABLE string length"))
-            st.entries.push_back({keep_text(), statement, id});
+            add_string(id, statement, keep_text());
         expect(TK_STRING);
     } while (!accept(TK_END));
 }
 
 uint32_t flush_string_tables() {
     std::vector<uint8_t> data;
-    for (const Block& b : gather_blocks()) {
+    for (const StringBlock& b : string_tables.blocks) {
         if (b.duplicate) return fatal_code(MSG_DUPLICATE_STRING_ID);
         if (uint32_t e = write_block(b, data)) return e;
     }

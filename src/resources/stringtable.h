@@ -4,26 +4,33 @@
 
 #include <cstdint>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "resfile/writer.h"
 
 namespace tarn {
 
-struct StringEntry {
-    const char16_t* text = nullptr; // in the pool: length word, the units, a zero unit
-    uint32_t statement = 0;         // the STRINGTABLE statement that held it
-    uint16_t id = 0;
+// A block of 16 ids for one language: where each slot's text is kept, and
+// the statement of the first string seen (its attributes are the block's).
+struct StringBlock {
+    uint32_t slots[16] = {}; // text offsets + 1; 0: an empty slot
+    uint32_t statement = 0;
+    uint16_t block_id = 0;
+    bool duplicate = false;
 };
 
 struct StringTableState {
     std::vector<ResourceAttributes> statements; // each statement's attributes
-    std::vector<StringEntry> entries;           // every statement's, in script order
-    // The texts, in chunks that never move: a compilation may hold tens of
-    // thousands of strings, and one allocation each costs more than the
-    // copying.
-    std::vector<std::unique_ptr<char16_t[]>> chunks;
+    std::vector<StringBlock> blocks;            // in the order each first appears
+    // The texts, packed: a compilation may hold tens of thousands of
+    // strings, and one allocation each costs more than the copying. Each is
+    // its unit count (two bytes), whether a zero unit follows it and whether
+    // its units are kept as bytes (all below 256, as script text mostly is),
+    // then the units.
+    std::vector<std::unique_ptr<uint8_t[]>> chunks; // of STRING_CHUNK_BYTES each
     size_t chunk_used = 0;
+    std::unordered_map<uint32_t, uint32_t> block_index; // (block id, language) to its block
 };
 extern StringTableState string_tables;
 

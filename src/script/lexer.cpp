@@ -249,6 +249,25 @@ void put_unit(size_t& n, char16_t c) {
     token.text[n++] = c;
 }
 
+// The same for a run of units: room once, one copy.
+void put_units(size_t& n, const char16_t* from, size_t count) {
+    if (n + count + 1 > token.text.capacity()) token.text.ensure(n + count + 2);
+    std::memcpy(token.text.data() + n, from, count * sizeof(char16_t));
+    n += count;
+}
+
+// The block's units from the read position on that `keep` accepts, at most
+// `most` of them: taken, and their number returned; they start at `*from`.
+template <class Keep> size_t take_run(Keep keep, size_t most, const char16_t** from) {
+    size_t pos = input.pos, end = pos;
+    size_t left = input.ready > pos ? input.ready - pos : 0; // none while units are pushed back
+    size_t stop = pos + std::min(left, most);
+    while (end < stop && keep(input.block[end])) ++end;
+    input.pos = end;
+    *from = input.block + pos;
+    return end - pos;
+}
+
 // Names stop after 256 units, and the rest starts the next token; the
 // extended dialect reads a name whole.
 void read_name(char16_t first) {
@@ -257,11 +276,9 @@ void read_name(char16_t first) {
     token.text[n++] = first;
     // ASCII name units in bulk; the loop after it reads whatever ends the
     // name as before.
-    take_from_block([&](char16_t c) {
-        if (n >= limit || !has_class(c, CH_NAME)) return false;
-        put_unit(n, c);
-        return true;
-    });
+    const char16_t* run = nullptr;
+    size_t count = take_run([](char16_t c) { return has_class(c, CH_NAME); }, limit - n, &run);
+    put_units(n, run, count);
     char16_t c = 0;
     while (n < limit && is_name_char(c = get_char())) put_unit(n, c);
     if (n < limit) push_back(c);
@@ -281,6 +298,11 @@ struct LiteralText {
             put_unit(n, c);
         else
             truncated = true;
+    }
+    void put_run(const char16_t* from, size_t count) {
+        size_t take = std::min(count, limit - n);
+        if (take < count) truncated = true;
+        put_units(n, from, take);
     }
     void finish(int32_t kind) {
         token.text[n] = 0;
@@ -332,11 +354,23 @@ void read_escape(LiteralText& out, bool wide) {
 // After the opening double quote. Narrow strings separated by blanks join.
 // The units of a literal up to the next quote, backslash or zero, in bulk.
 void take_plain_units(LiteralText& out) {
-    take_from_block([&](char16_t c) {
-        if (c == u'"' || c == u'\\' || c == 0) return false;
-        out.put(c);
-        return true;
-    });
+    // Four units at a time while none of them ends the run (a zero lane
+    // test on each of the three values), then unit by unit.
+    constexpr uint64_t ONES = 0x0001000100010001u, HIGHS = 0x8000800080008000u;
+    auto any_zero = [](uint64_t v) { return (v - ONES) & ~v & HIGHS; };
+    size_t start = input.pos, end = start;
+    while (end + 4 <= input.ready) {
+        uint64_t four;
+        std::memcpy(&four, input.block + end, sizeof four);
+        if (any_zero(four) | any_zero(four ^ (ONES * u'"')) | any_zero(four ^ (ONES * u'\\')))
+            break;
+        end += 4;
+    }
+    input.pos = end;
+    const char16_t* rest = nullptr;
+    auto plain = [](char16_t c) { return c != u'"' && c != u'\\' && c != 0; };
+    size_t count = take_run(plain, SIZE_MAX, &rest);
+    out.put_run(input.block + start, end - start + count);
 }
 
 // After a closing quote and the blanks behind it: whether another literal

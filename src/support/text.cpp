@@ -5,6 +5,8 @@
 #include "support/sink.h"
 
 #include <array>
+#include <cstring>
+#include <memory>
 
 namespace tarn {
 
@@ -43,7 +45,6 @@ bool well_formed(const unsigned char* s, size_t len) {
     }
     return true;
 }
-
 
 void put_utf16(Sink<char16_t>& sink, uint32_t cp) {
     if (cp < 0x10000) {
@@ -157,7 +158,54 @@ size_t utf8_decode(const char* bytes, size_t n, char16_t* out, size_t room) {
     return sink.result();
 }
 
+// Every unit takes at most three bytes (a pair of surrogates four, for two
+// units), so a buffer of 3n needs no check per byte; ASCII runs go a unit at a
+// time without the surrogate tests.
+static size_t encode_unchecked(const char16_t* text, size_t n, char* out) {
+    char* o = out;
+    for (size_t i = 0; i < n; ++i) {
+        // Four ASCII units at once, the common case.
+        while (i + 4 <= n) {
+            uint64_t four;
+            std::memcpy(&four, text + i, sizeof four);
+            if (four & 0xFF80FF80FF80FF80u) break;
+            o[0] = static_cast<char>(text[i]);
+            o[1] = static_cast<char>(text[i + 1]);
+            o[2] = static_cast<char>(text[i + 2]);
+            o[3] = static_cast<char>(text[i + 3]);
+            o += 4;
+            i += 4;
+        }
+        if (i == n) break;
+        uint32_t c = text[i];
+        if (c < 0x80) {
+            *o++ = static_cast<char>(c);
+            continue;
+        }
+        if (c < 0x800) {
+            *o++ = static_cast<char>(0xC0 | c >> 6);
+            *o++ = static_cast<char>(0x80 | (c & 0x3F));
+            continue;
+        }
+        if (is_high_surrogate(text[i]) && i + 1 < n && is_low_surrogate(text[i + 1])) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00u);
+            ++i;
+            *o++ = static_cast<char>(0xF0 | c >> 18);
+            *o++ = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+            *o++ = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+            *o++ = static_cast<char>(0x80 | (c & 0x3F));
+            continue;
+        }
+        if (is_high_surrogate(text[i]) || is_low_surrogate(text[i])) c = 0xFFFD;
+        *o++ = static_cast<char>(0xE0 | c >> 12);
+        *o++ = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        *o++ = static_cast<char>(0x80 | (c & 0x3F));
+    }
+    return static_cast<size_t>(o - out);
+}
+
 size_t utf8_encode(const char16_t* text, size_t n, char* out, size_t room) {
+    if (out && n && room / 3 >= n) return encode_unchecked(text, n, out);
     Sink<char> sink{out, room};
     for (size_t i = 0; i < n; ++i) {
         uint32_t cp = text[i];
@@ -179,9 +227,11 @@ std::u16string utf8_to_utf16(std::string_view s) {
 }
 
 std::string utf16_to_utf8(std::u16string_view s) {
-    std::string bytes(utf8_encode(s.data(), s.size(), nullptr, 0), '\0');
-    utf8_encode(s.data(), s.size(), bytes.data(), bytes.size());
-    return bytes;
+    // One pass into the most room the text can need, rather than a count
+    // first; the room is not cleared, only what was written is copied.
+    if (s.empty()) return {};
+    std::unique_ptr<char[]> room(new char[3 * s.size()]);
+    return std::string(room.get(), encode_unchecked(s.data(), s.size(), room.get()));
 }
 
 size_t utf8_valid_prefix(const unsigned char* bytes, size_t n) {

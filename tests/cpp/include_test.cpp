@@ -146,3 +146,42 @@ TEST_F(Include, WindowsPreludeOnTheFirstRunOnly) {
     // The same load again: no prelude and, indeed, no text at all.
     EXPECT_EQ(pp("x\n"), "");
 }
+
+// A header included again while its guard's macro is defined gives the same
+// text and diagnostics as reading it would: compared with a copy of it under
+// another name, which is read, then named as the original.
+TEST_F(Include, GuardedHeadersIncludedAgainAsIfRead) {
+    const char* headers[] = {
+        "#ifndef G\n#define G 1\nx\n#endif\n",
+        "#ifndef G\n#define G\n#if 1\na\n#else\nb\n#endif\n#ifdef Q\nq\n#endif\n#endif\n\n\n",
+        "#ifndef G\n#define G\n#else\nsecond\n#endif\n",          // an #else of the guard
+        "#ifndef G\n#define G\n#elif 1\nsecond\n#endif\n",        // an #elif of the guard
+        "#ifndef G\n#define G\n#endif\n/* after */\n",            // text after the guard
+        "/* before */\n#ifndef G\n#define G\n#endif\n",           // text before it
+        "#ifndef G\n#define G \\\n 1\n#endif\n",                  // a splice
+        "#ifndef G\n#define G\n#undef G\n#endif\n",               // no macro left
+        "#ifndef G\n#define G\n#if 0\n#foo\n#endif\n#endif\n",    // skipped, yet said
+        "#ifndef G\n#define G\n#endif",                           // no last line end
+        "#ifndef G\n#define G\n# 7 \"other.h\"\n#endif\n",        // a line directive
+        "#ifndef G\n#define G\n#define F(a) a\nF(\n1)\n#endif\n", // a call over two lines
+        "#ifndef G\n#define G\n#endif extra\n",                   // a warning on #endif
+        "#ifndef G\n#define G\n#include \"inner.h\"\n#endif\n",
+        "#ifndef G\n#define G\n#if 1\n#if 1\n#if 1\ndeep\n#endif\n#endif\n#endif\n#endif\n",
+    };
+    write_file("inner.h", "inner\n");
+    for (const char* header : headers) {
+        SCOPED_TRACE(header);
+        write_file("h.h", header);
+        write_file("c.h", header);
+        diags.clear();
+        std::string read = pp("#include \"h.h\"\n#include \"c.h\"\nG\n#include \"h.h\"\n");
+        std::string said = messages();
+        for (std::string* s : {&read, &said})
+            for (size_t at; (at = s->find("c.h")) != std::string::npos;) s->replace(at, 3, "h.h");
+        reattach();
+        diags.clear();
+        EXPECT_EQ(pp("#include \"h.h\"\n#include \"h.h\"\nG\n#include \"h.h\"\n"), read);
+        EXPECT_EQ(messages(), said);
+        reattach();
+    }
+}

@@ -53,6 +53,40 @@ TEST_F(StringTable, NullAppendCountsTheTerminator) {
     EXPECT_EQ(e[0].data, block({{1, std::u16string(u"abc\0", 4)}, {2, std::u16string(1, 0)}}));
 }
 
+// Texts are kept a byte a unit when they can be: units above 255 next to
+// those that fit, with and without the appended zero, and enough strings to
+// fill more than one store of texts (wide literals: the extended dialect).
+TEST_F(StringTable, KeptTextsComeBackWhole) {
+    std::string script =
+        "STRINGTABLE BEGIN 1 L\"\\x263a\\xff\" 2 L\"\\x00ffa\" 3 \"plain\" 4 L\"z\\x100\" END\n";
+    script += "STRINGTABLE BEGIN\n";
+    for (int id = 16; id < 16 + 12000; ++id)
+        script +=
+            std::to_string(id) + " \"string number " + std::to_string(id) + " of a long run\"\n";
+    script += "END\n";
+    for (bool zero : {false, true}) {
+        SCOPED_TRACE(zero);
+        if (zero) {
+            reattach();
+            set_null_append_for_strings();
+        }
+        set_extended_mode();
+        std::u16string end = zero ? std::u16string(1, 0) : std::u16string();
+        auto e = compile_ok(script);
+        ASSERT_EQ(e.size(), 1u + 12000 / 16);
+        EXPECT_EQ(e[0].data, block({{1, u"\u263a\u00ff" + end},
+                                    {2, u"\u00ffa" + end},
+                                    {3, u"plain" + end},
+                                    {4, u"z\u0100" + end}}));
+        std::vector<std::pair<int, std::u16string>> last;
+        for (int id = 16 + 12000 - 16; id < 16 + 12000; ++id) {
+            std::string t = "string number " + std::to_string(id) + " of a long run";
+            last.push_back({id % 16, std::u16string(t.begin(), t.end()) + end});
+        }
+        EXPECT_EQ(e.back().data, block(last));
+    }
+}
+
 TEST_F(StringTable, Failures) {
     expect_failures({
         {"STRINGTABLE BEGIN END\n",

@@ -69,6 +69,26 @@ TEST(Utf8Conversion, RoomTooSmallGivesZeroAndNullCounts) {
     EXPECT_EQ(utf8_encode(u"a\u20AC", 2, bytes, 3), 0u);
 }
 
+// Ample room takes the unchecked path, exact room the checked one: the same bytes.
+TEST(Utf8Conversion, AmpleAndExactRoomAgree) {
+    const std::u16string texts[] = {
+        u"plain",
+        u"\u00E9\u07FF\u0800\uFFFF",
+        u"a\U0001F600b",
+        std::u16string(1, char16_t(0xD83D)),
+        std::u16string(u"x") + char16_t(0xDE00) + char16_t(0xD83D),
+        u"\U0010FFFF\u0080",
+    };
+    for (const std::u16string& t : texts) {
+        size_t n = utf8_encode(t.data(), t.size(), nullptr, 0);
+        std::string exact(n, '\0'), ample(3 * t.size(), '\0');
+        EXPECT_EQ(utf8_encode(t.data(), t.size(), exact.data(), n), n);
+        EXPECT_EQ(utf8_encode(t.data(), t.size(), ample.data(), ample.size()), n);
+        EXPECT_EQ(ample.substr(0, n), exact);
+        EXPECT_EQ(utf16_to_utf8(t), exact);
+    }
+}
+
 TEST(NumberText, DecimalAndHex) {
     EXPECT_EQ(decimal_text(0), u"0");
     EXPECT_EQ(decimal_text(-42), u"-42");
