@@ -21,7 +21,6 @@ StringTableState string_tables;
 namespace {
 
 constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
-constexpr uint32_t BLOCK_SLOTS = 16;
 // Room for the longest string (65,535 units kept wide and their header), so
 // that every text lies in one chunk.
 constexpr size_t STRING_CHUNK_BYTES = 256 * 1024;

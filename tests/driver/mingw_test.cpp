@@ -26,7 +26,7 @@ SymbolAction undefine(const char16_t* text) {
 }
 
 // The first folder of the driver's list that holds the headers here.
-std::u16string installed_headers() {
+[[maybe_unused]] std::u16string installed_headers() {
     for (std::u16string_view folder : mingw_header_folders())
         if (is_mingw_folder(folder)) return std::u16string(folder);
     return u"";
@@ -87,7 +87,7 @@ TEST_F(DriverMingwPlan, FirstFolderHoldingTheHeadersUnlessToldOtherwise) {
          both},
         {"the variable names the headers",
          {},
-         u";" + folder("c") + u";;" + folder("empty"),
+         std::u16string(u";").append(folder("c")).append(u";;").append(folder("empty")),
          false,
          u"",
          {folder("c")},
