@@ -187,7 +187,7 @@ bool write_depfile(const Options& o) {
     if (targets.empty()) targets.push_back(make_escape(o.output));
     std::u16string text = depfile_text(targets, o.input, recorded_dependencies());
     std::string why;
-    if (write_file_atomically(o.depfile, to_utf8(text), &why)) return true;
+    if (replace_file(o.depfile, to_utf8(text), &why)) return true;
     print(Stream::err, from_utf8(cat({"tarn: ", to_utf8(o.depfile), ": ", why})));
     std::error_code ec;
     std::filesystem::remove(std::filesystem::path(o.output), ec); // rebuilt next time

@@ -2,9 +2,6 @@
 #include "makerule.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
 
 #include "utf.h"
 
@@ -99,31 +96,6 @@ std::u16string dependency_path(std::u16string_view recorded) {
     std::replace(p.begin(), p.end(), u'\\', u'/');
 #endif
     return p;
-}
-
-bool write_file_atomically(std::u16string_view path, std::string_view text, std::string* why) {
-    namespace fs = std::filesystem;
-    fs::path target{std::u16string(path)};
-    fs::path temp = target;
-    temp += ".tmp";
-    std::error_code ec;
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        out.write(text.data(), std::streamsize(text.size()));
-        out.close();
-        if (!out) {
-            fs::remove(temp, ec);
-            *why = "cannot write the file";
-            return false;
-        }
-    }
-    fs::rename(temp, target, ec);
-    if (ec) {
-        *why = ec.message();
-        fs::remove(temp, ec);
-        return false;
-    }
-    return true;
 }
 
 } // namespace tarn_driver

@@ -29,9 +29,5 @@ std::u16string depfile_text(const std::vector<std::u16string>& targets, std::u16
 // paths with "\", which POSIX systems take as "/".
 std::u16string dependency_path(std::u16string_view recorded);
 
-// Writes `text` as UTF-8 to `path` through a temporary file beside it that
-// is renamed over it, so that no partial file is ever seen. False, with the
-// reason in `why`, when it cannot.
-bool write_file_atomically(std::u16string_view path, std::string_view text, std::string* why);
 
 } // namespace tarn_driver

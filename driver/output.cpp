@@ -114,9 +114,9 @@ bool open_new_output(const fs::path& target, TemporaryFile* file, std::ofstream*
 // Writes `bytes` and puts the file in place of `target`, with the old
 // file's permissions when there was one.
 bool finish_output(const fs::path& target, TemporaryFile* file, std::ofstream* out,
-                   const std::vector<uint8_t>& bytes, std::string* why) {
+                   std::string_view bytes, std::string* why) {
     errno = 0;
-    out->write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    out->write(bytes.data(), std::streamsize(bytes.size()));
     out->close();
     if (!*out) {
         *why = cat({"cannot write the file: ", errno ? std::strerror(errno) : "unknown error"});
@@ -217,9 +217,18 @@ bool write_output(const Options& o, std::string_view program) {
         }
         bytes = std::move(res);
     }
-    if (!finish_output(target, &file, &out, bytes, &why))
+    std::string_view data(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (!finish_output(target, &file, &out, data, &why))
         return report(program, o.output, why), false;
     return true;
+}
+
+bool replace_file(const std::u16string& path, std::string_view bytes, std::string* why) {
+    fs::path target = replaced_file(path);
+    TemporaryFile file;
+    std::ofstream out;
+    return open_new_output(target, &file, &out, why) &&
+           finish_output(target, &file, &out, bytes, why);
 }
 
 } // namespace tarn_driver

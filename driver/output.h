@@ -32,4 +32,10 @@ bool object_timestamp(uint32_t* timestamp, std::string* why);
 // after "program: ". True on success.
 bool write_output(const Options& o, std::string_view program = "tarn");
 
+// Writes `bytes` to a new file beside `path` and puts it in place of `path`
+// (whose permissions it keeps), so that no partial file is ever seen; false
+// with *why on failure, and nothing left behind. A symbolic link keeps
+// pointing where it did.
+bool replace_file(const std::u16string& path, std::string_view bytes, std::string* why);
+
 } // namespace tarn_driver

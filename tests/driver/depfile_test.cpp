@@ -8,6 +8,7 @@
 
 #include "harness/harness.h"
 #include "makerule.h"
+#include "output.h"
 
 using namespace tarn_driver;
 using namespace tarn_test;
@@ -61,14 +62,14 @@ TEST_F(DepfileWrite, ReplacesTheFileWholeAndLeavesNoTemporary) {
     std::filesystem::path target = path_of("app.d");
     write_file("app.d", "old contents that are longer than the new ones\n");
     std::string why;
-    ASSERT_TRUE(write_file_atomically(wide(target), "a.o: a.rc\n", &why)) << why;
+    ASSERT_TRUE(replace_file(wide(target), "a.o: a.rc\n", &why)) << why;
     std::vector<uint8_t> bytes = read_bytes(target);
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "a.o: a.rc\n");
     size_t files = 0;
     for (auto& entry : std::filesystem::directory_iterator(dir_)) files += !entry.is_directory();
     EXPECT_EQ(files, 1u);
     // A folder that does not exist: refused, nothing made.
-    EXPECT_FALSE(write_file_atomically(wide(path_of("no/such/dir/app.d")), "x", &why));
+    EXPECT_FALSE(replace_file(wide(path_of("no/such/dir/app.d")), "x", &why));
     EXPECT_FALSE(why.empty());
     EXPECT_FALSE(std::filesystem::exists(path_of("no")));
 }
