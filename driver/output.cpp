@@ -5,9 +5,6 @@
 // it was and no partial file behind.
 #include "output.h"
 
-// Plain calls rather than through the import table: the program's import
-// library supplies them, and the tests link the library statically.
-#define TARN_STATIC
 #include <tarn/tarn.h>
 
 #include <cerrno>
