@@ -45,7 +45,7 @@ TEST(DepfileText, OnePrerequisiteALineAndEmptyRules) {
                     u"\n"
                     u"icons/a\\ b.ico:\n");
     EXPECT_EQ(depfile_text({u"a.o"}, u"a.rc", {}), u"a.o: a.rc\n");
-    EXPECT_EQ(make_rule(u"w:x/a.res", u"w:x/a.rc", {u"w:x/a.ico"}),
+    EXPECT_EQ(make_rule(u"w:x/a.res", u"w:x/a.rc", {u"w:x/a.ico", u"w:x/a.ico"}),
               u"w\\:x/a.res: w\\:x/a.rc w\\:x/a.ico");
 }
 
