@@ -263,13 +263,6 @@ class DriverCoffOutput : public tarn_test::FreshLibrary {
         o.output = wide(path_of(output));
         return o;
     }
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        for (const auto& e : std::filesystem::directory_iterator(dir_))
-            names.push_back(e.path().filename().string());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
 };
 
 const char* SCRIPT = "1 RCDATA { \"hello\" }\nNAMED RCDATA { 1, 2 }\n";

@@ -1,5 +1,6 @@
 #include "harness/harness.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -91,6 +92,14 @@ std::filesystem::path FreshLibrary::write_file(const std::string& name, const st
 }
 
 std::u16string FreshLibrary::wide(const std::filesystem::path& p) { return p.u16string(); }
+
+std::vector<std::string> FreshLibrary::files() const {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(dir_))
+        names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 std::string FreshLibrary::messages() const {
     std::string all;
