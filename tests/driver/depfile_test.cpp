@@ -24,7 +24,7 @@ TEST(MakeEscape, WhatMakeWouldMisread) {
              {u"dir:odd/a.rc", u"dir\\:odd/a.rc"},
              {u"C:\\src\\app.rc", u"C:\\src\\app.rc"}, // a drive letter's colon stays
              {u"x:y:z", u"x\\:y\\:z"},                 // a colon at 1 is a drive only once
-             {u"dir\\ x", u"dir\\\\\\ x"}, // the backslash before a space is doubled
+             {u"dir\\ x", u"dir\\\\\\ x"},             // the backslash before a space is doubled
              {u"a\\\\#b", u"a\\\\\\\\\\#b"},
              {u"a\\b", u"a\\b"}, // elsewhere a backslash stays one
          })

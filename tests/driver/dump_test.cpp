@@ -3,10 +3,10 @@
 // (truncated, bit-flipped, with huge sizes) makes the parser read outside.
 #include "harness/harness.h"
 
-#include "support/state.h"
 #include "dump.h"
 #include "resfile/writer.h"
 #include "resources/res_reader.h"
+#include "support/state.h"
 
 using namespace tarn_driver;
 using Bytes = std::vector<uint8_t>;

@@ -140,7 +140,8 @@ TEST_F(DriverMingwPlan, FilesBelowAFolder) {
     } cases[] = {
         {u"/usr/inc\\windows.h", u"/usr/inc", true}, // joined as the library joins
         {u"/usr/inc/../inc/x.h", u"/usr/inc", true},
-        {u"/usr/include2/x.h", u"/usr/inc", false},  {u"/usr/inc", u"/usr/inc", false},
+        {u"/usr/include2/x.h", u"/usr/inc", false},
+        {u"/usr/inc", u"/usr/inc", false},
     };
     for (const auto& c : cases)
         EXPECT_EQ(in_folder(c.file, c.folder), c.below) << u8(c.file) << " in " << u8(c.folder);

@@ -66,7 +66,7 @@ class Driver : public ::testing::Test {
                                          O_WRONLY | O_CREAT | O_TRUNC, 0644);
         posix_spawn_file_actions_addopen(&actions, 2, (dir_ / "err.txt").c_str(),
                                          O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        std::vector<std::string> words = {"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"",
+        std::vector<std::string> words = {"/bin/sh",     "-c",  "cd \"$0\" && exec \"$@\"",
                                           dir_.string(), "env", "-i"};
         std::istringstream split(env + " " + TARN_DRIVER_PATH + " " + args);
         for (std::string w; split >> w;) words.push_back(w);
@@ -215,10 +215,11 @@ TEST_F(Driver, FailuresNameTheFile) {
     ASSERT_EQ(mkfifo((dir_ / "pipe.rc").c_str(), 0666), 0);
     write("icon.rc", "1 ICON \"cut.ico\"\n2 ICON \"missing.ico\"\n");
     write("cut.ico", std::string("\0\0\1\0\1\0", 6)); // one image, but no entry for it
-    std::string icon_message = std::string("icon.rc(1): error: The system cannot read from the "
-                                           "specified device.\nThis concerns the file '")
-                                   .append((dir_ / "cut.ico").string())
-                                   .append("'.\nicon.rc(2): error: File not found: 'missing.ico'.\n");
+    std::string icon_message =
+        std::string("icon.rc(1): error: The system cannot read from the "
+                    "specified device.\nThis concerns the file '")
+            .append((dir_ / "cut.ico").string())
+            .append("'.\nicon.rc(2): error: File not found: 'missing.ico'.\n");
     const struct {
         const char* args;
         std::string message;
@@ -281,8 +282,9 @@ TEST_F(Driver, MingwHeadersWithNoFlags) {
             EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
     }
     Process v = run("-V app.rc");
-    EXPECT_NE(v.out.find(std::string("Using the mingw-w64 headers in ").append(headers).append(".\n")),
-              std::string::npos)
+    EXPECT_NE(
+        v.out.find(std::string("Using the mingw-w64 headers in ").append(headers).append(".\n")),
+        std::string::npos)
         << v.out;
     EXPECT_NE(v.err.find("warning: Macro redefinition of 'UDS_HORZ'"), std::string::npos) << v.err;
 }

@@ -182,11 +182,12 @@ TEST_F(Safety, SpecialFilesAreRefusedAtOnce) {
     ASSERT_EQ(mkfifo(path_of("pipe").c_str(), 0666), 0);
     fs::create_directories(path_of("dir"));
     const std::string refused = "error: The system cannot open the device or file specified.";
-    for (auto [script, message] : {std::pair{"1 RCDATA \"pipe\"\n", refused},
-                                   {"1 RCDATA \"/dev/zero\"\n", refused},
-                                   {"1 RCDATA \"/proc/self/maps\"\n", refused},
-                                   {"1 RCDATA \"dir\"\n", std::string("error: Access is denied.")},
-                                   {"#include \"pipe\"\n", std::string("fatal ").append(refused)}}) {
+    for (auto [script, message] :
+         {std::pair{"1 RCDATA \"pipe\"\n", refused},
+          {"1 RCDATA \"/dev/zero\"\n", refused},
+          {"1 RCDATA \"/proc/self/maps\"\n", refused},
+          {"1 RCDATA \"dir\"\n", std::string("error: Access is denied.")},
+          {"#include \"pipe\"\n", std::string("fatal ").append(refused)}}) {
         SCOPED_TRACE(script);
         diags.clear();
         reattach();
