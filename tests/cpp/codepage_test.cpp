@@ -114,9 +114,8 @@ TEST_F(CodePage, WhereThePragmaDoesNothing) {
     reattach();
     EXPECT_EQ(pp_export("#pragma code_page(nonsense)\n"), marker(1) + "\n");
     EXPECT_EQ(messages(), "");
-}
-
-TEST_F(CodePage, OnlyTheRestOfItsOwnFile) {
+    // In an included file, only the rest of that file.
+    start(1252);
     write_file("inc.h", "#pragma code_page(1251)\n" + CYRILLIC_1251 + "\n");
     EXPECT_EQ(lines(pp("#include \"inc.h\"\n" + CYRILLIC_1251 + "\n")),
               CYRILLIC_UTF8 + "\n" + LATIN_UTF8);

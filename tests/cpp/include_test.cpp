@@ -1,11 +1,9 @@
 // #include: the search order, names in angle brackets and from macros, the
-// depth limit, the dependency records, and the windows.h prelude.
+// depth limit and the windows.h prelude.
 #include "cpp/pp_fixture.h"
 
-#include <algorithm>
 #include <filesystem>
 
-#include "support/state.h"
 #include <tarn/tarn.h>
 
 using namespace tarn_test;
@@ -24,16 +22,6 @@ struct InFolder {
 
 class Include : public PpTest {
   protected:
-    // The name as the search joins it: with a backslash.
-    // The folder and name as the search joins them: with the system's separator.
-    std::string joined(std::string name) const {
-#ifndef _WIN32
-        std::replace(name.begin(), name.end(), '\\', '/');
-        return dir_.string() + "/" + name;
-#else
-        return dir_.string() + "\\" + name;
-#endif
-    }
     // fN.h includes fN+1.h, for N below `last`, which holds "deep". (The
     // names are appended: "literal" + a temporary string draws a false
     // -Wrestrict from g++ 12 at -O3.)
@@ -112,19 +100,6 @@ TEST_F(Include, DepthLimit) {
     write_chain(0, 101);
     reattach();
     EXPECT_EQ(fatal("#include \"f0.h\"\n"), "fatal error: #include too deeply nested.");
-}
-
-TEST_F(Include, QuotedIncludesOfTheMainFileAreRecorded) {
-    write_file("a.h", "#include \"b.h\"\n");
-    write_file("b.h", "\n");
-    write_file("inc/c.h", "\n");
-    add_include_path_w(wide(path_of("inc")).c_str());
-    set_error_function_w(nullptr, 1);
-    pp("#include \"a.h\"\n#include <c.h>\n#include \"inc/c.h\"\n");
-    const auto& records = tarn::compile_state.include_records;
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].path, wide(joined("a.h")));
-    EXPECT_EQ(records[1].path, wide(joined("inc\\c.h")));
 }
 
 #ifndef _WIN32

@@ -60,22 +60,16 @@ std::string string_one(const std::vector<res_test::Entry>& entries) {
 
 } // namespace
 
-TEST_F(Spacing, PreprocessedText) {
+// Each row as preprocessed text, then, where it makes a string, as stored.
+TEST_F(Spacing, PreprocessedTextAndWhatTheScriptReads) {
     for (const SpacingCase& c : SPACING) {
         SCOPED_TRACE(c.defines + "\n" + c.use);
         reattach();
         diags.clear();
         EXPECT_EQ(lines(pp(c.defines + "\n" + c.use + "\n")), c.text);
         EXPECT_EQ(messages(), "");
-    }
-}
-
-TEST_F(Spacing, WhatTheScriptReads) {
-    for (const SpacingCase& c : SPACING) {
         if (c.stored.empty()) continue;
-        SCOPED_TRACE(c.defines + "\n" + c.use);
         reattach();
-        diags.clear();
         std::vector<uint8_t> res;
         EXPECT_EQ(compile(c.defines + "\nSTRINGTABLE BEGIN 1 " + c.use + " END\n", &res), 1);
         EXPECT_EQ(string_one(res_test::read_res(res)), c.stored);

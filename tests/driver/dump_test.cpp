@@ -3,22 +3,29 @@
 // (truncated, bit-flipped, with huge sizes) makes the parser read outside.
 #include "harness/harness.h"
 
-#include "support/state.h"
 #include "dump.h"
 #include "resfile/writer.h"
+#include "resources/res_reader.h"
+#include "support/state.h"
 
 using namespace tarn_driver;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
 
-const Bytes LEADING = {0, 0, 0, 0, 0x20, 0, 0, 0, 0xFF, 0xFF, 0, 0, 0xFF, 0xFF, 0, 0,
-                       0, 0, 0, 0, 0,    0, 0, 0, 0,    0,    0, 0, 0,    0,    0, 0};
+const Bytes LEADING = res_test::Bytes().u32(0, 32).ord(0).ord(0).u32(0, 0, 0, 0);
 
 // Entry of type "AB", name 1, language 0x0409 and 5 data bytes, padded.
-const Bytes ENTRY = {5,    0, 0, 0, 36, 0, 0,   0,   'A', 0,    'B',  0,    0,    0, 0xFF,
-                     0xFF, 1, 0, 0, 0,  0, 0,   0,   0,   0x30, 0x10, 0x09, 0x04, 0, 0,
-                     0,    0, 0, 0, 0,  0, 'h', 'e', 'l', 'l',  'o',  0,    0,    0};
+const Bytes ENTRY = res_test::Bytes()
+                        .u32(5, 36)
+                        .str("AB")
+                        .ord(1)
+                        .pad4()
+                        .u32(0)
+                        .u16(0x1030, 0x409)
+                        .u32(0, 0)
+                        .text("hello")
+                        .pad4();
 
 Bytes file_of(std::initializer_list<Bytes> parts) {
     Bytes out;

@@ -2,7 +2,6 @@
 // expansion, line breaks and the location prefix of diagnostics.
 #include <gtest/gtest.h>
 
-#include "makerule.h"
 #include "messages.h"
 
 using namespace tarn_driver;
@@ -32,7 +31,6 @@ TEST(DriverMessages, InsertsExpand) {
 
 TEST(DriverMessages, EveryDriverMessageHasText) {
     for (uint32_t n = MSG_BANNER; n <= MSG_ABORTED; ++n) EXPECT_FALSE(message(n).empty()) << n;
-    EXPECT_NE(message(MSG_UNKNOWN_OPTION, {u"Q"}).find(u"/Q."), std::u16string::npos);
 }
 
 // The table's numeric and "/"-prefixed inserts show the text as typed, in
@@ -58,13 +56,6 @@ TEST(DriverMessages, DiagnosticsCarryTheirLocation) {
     EXPECT_EQ(diagnostic_line(u"app.rc", 12, u"error: Invalid syntax.\r\n"),
               u"app.rc(12): error: Invalid syntax.");
     EXPECT_EQ(diagnostic_line(nullptr, 0, u"fatal error: x\r\n"), u"fatal error: x");
-}
-
-TEST(DriverMakeRule, PathsAreEscapedForMake) {
-    EXPECT_EQ(make_escape(u"my dir/a$b#c.h"), u"my\\ dir/a$$b\\#c.h");
-    EXPECT_EQ(make_rule(u"app.res", u"app.rc", {u"resource.h", u"icons/app 1.ico", u"resource.h"}),
-              u"app.res: app.rc resource.h icons/app\\ 1.ico");
-    EXPECT_EQ(make_rule(u"o.res", u"i.rc", {}), u"o.res: i.rc");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "harness/harness.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -18,8 +19,12 @@ std::atomic<unsigned> folder_counter{0};
 
 } // namespace
 
-std::u16string u16(const std::string& utf8) { return tarn::utf8_to_utf16(utf8); }
-std::string u8(const std::u16string& utf16) { return tarn::utf16_to_utf8(utf16); }
+std::u16string u16(const std::string& utf8) {
+    return tarn::utf8_to_utf16(utf8);
+}
+std::string u8(const std::u16string& utf16) {
+    return tarn::utf16_to_utf8(utf16);
+}
 
 std::vector<uint8_t> read_bytes(const std::filesystem::path& p) {
     std::ifstream in(p, std::ios::binary);
@@ -33,7 +38,9 @@ ScopedEnv::ScopedEnv(const char* n, const char* value) : name(n) {
     set(value);
 }
 
-ScopedEnv::~ScopedEnv() { set(had ? old.c_str() : nullptr); }
+ScopedEnv::~ScopedEnv() {
+    set(had ? old.c_str() : nullptr);
+}
 
 void ScopedEnv::set(const char* value) {
 #ifdef _WIN32
@@ -90,7 +97,17 @@ std::filesystem::path FreshLibrary::write_file(const std::string& name, const st
     return p;
 }
 
-std::u16string FreshLibrary::wide(const std::filesystem::path& p) { return p.u16string(); }
+std::u16string FreshLibrary::wide(const std::filesystem::path& p) {
+    return p.u16string();
+}
+
+std::vector<std::string> FreshLibrary::files() const {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(dir_))
+        names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 std::string FreshLibrary::messages() const {
     std::string all;

@@ -46,6 +46,8 @@ class FreshLibrary : public ::testing::Test {
     std::filesystem::path path_of(const std::string& name) const { return dir_ / name; }
     // The path as the library wants it.
     static std::u16string wide(const std::filesystem::path& p);
+    // The names in the temporary folder, sorted: what a compile left there.
+    std::vector<std::string> files() const;
     // The diagnostics' texts without their line ends, one a line.
     std::string messages() const;
 

@@ -130,7 +130,10 @@ TEST_F(Dialogs, ExtendedDialect) {
             .u16(0, 0, 0)
             .pad4();
     };
-    Bytes ex = ex_header(2), ex1 = ex_header(1);
+    // An LTEXT "" of DIALOGEX with this id, up to its creation data.
+    auto ltext = [](uint32_t id) {
+        return Bytes().u32(0, 0, 0x50020000).u16(0, 0, 1, 1).u32(id).ord(0x82).str("");
+    };
     Bytes wide = Bytes().u32(0x80C80040, 0).u16(1, 0, 0, 1, 1).u16(0, 0).u16(0x263A, 0).u16(8);
     wide.str("f").pad4().u32(0x50000000, 0).u16(0, 0, 1, 1, 1).ord(0x80).u16(0x263A, 0).u16(0);
     expect_dialects({
@@ -142,35 +145,9 @@ TEST_F(Dialogs, ExtendedDialect) {
         // DIALOGEX control ids of 32 bits.
         {"1 DIALOGEX 0, 0, 1, 1 BEGIN LTEXT \"\", -1, 0, 0, 1, 1\nLTEXT \"\", 70000, 0, 0, 1, 1 "
          "END\n",
-         gives({Bytes(ex)
-                    .u32(0, 0, 0x50020000)
-                    .u16(0, 0, 1, 1)
-                    .u32(0xFFFF)
-                    .ord(0x82)
-                    .str("")
-                    .u16(0)
-                    .pad4()
-                    .u32(0, 0, 0x50020000)
-                    .u16(0, 0, 1, 1)
-                    .u32(4464)
-                    .ord(0x82)
-                    .str("")
-                    .u16(0)},
+         gives({ex_header(2).bytes(ltext(0xFFFF)).u16(0).pad4().bytes(ltext(4464)).u16(0)},
                {"2: warning: Numeric value outside bounds."}),
-         gives({Bytes(ex)
-                    .u32(0, 0, 0x50020000)
-                    .u16(0, 0, 1, 1)
-                    .u32(0xFFFFFFFF)
-                    .ord(0x82)
-                    .str("")
-                    .u16(0)
-                    .pad4()
-                    .u32(0, 0, 0x50020000)
-                    .u16(0, 0, 1, 1)
-                    .u32(70000)
-                    .ord(0x82)
-                    .str("")
-                    .u16(0)})},
+         gives({ex_header(2).bytes(ltext(0xFFFFFFFF)).u16(0).pad4().bytes(ltext(70000)).u16(0)})},
         // Wide caption, face, text and class keep whole UTF-16 units.
         {"1 DIALOG 0, 0, 1, 1 CAPTION L\"\\x263a\" FONT 8, L\"f\"\n"
          "BEGIN CONTROL L\"\\x263a\", 1, L\"Button\", 0, 0, 0, 1, 1 END\n",
@@ -181,20 +158,8 @@ TEST_F(Dialogs, ExtendedDialect) {
          gives({wide})},
         // Creation data: a wide character's high byte is kept.
         {"1 DIALOGEX 0, 0, 1, 1 BEGIN LTEXT \"\", 1, 0, 0, 1, 1 BEGIN L\"\\x4142\" END END\n",
-         gives({Bytes(ex1)
-                    .u32(0, 0, 0x50020000)
-                    .u16(0, 0, 1, 1)
-                    .u32(1)
-                    .ord(0x82)
-                    .str("")
-                    .u16(2, 0x0042)}),
-         gives({Bytes(ex1)
-                    .u32(0, 0, 0x50020000)
-                    .u16(0, 0, 1, 1)
-                    .u32(1)
-                    .ord(0x82)
-                    .str("")
-                    .u16(2, 0x4142)})},
+         gives({ex_header(1).bytes(ltext(1)).u16(2, 0x0042)}),
+         gives({ex_header(1).bytes(ltext(1)).u16(2, 0x4142)})},
     });
 }
 
