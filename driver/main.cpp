@@ -7,8 +7,6 @@
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "console.h"
 #include "dump.h"
@@ -108,13 +106,11 @@ int usage_error(const Options& o) {
 
 int dump(const Options& o) {
     std::string name = to_utf8(o.input);
-    std::error_code ec;
-    std::ifstream in(std::filesystem::path(o.input), std::ios::binary);
-    if (!in || !std::filesystem::is_regular_file(std::filesystem::path(o.input), ec)) {
+    std::vector<uint8_t> bytes;
+    if (!read_file(std::filesystem::path(o.input), &bytes)) {
         print(Stream::err, from_utf8(cat({"tarn: ", name, ": cannot read the file"})));
         return EXIT_FAILED;
     }
-    std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(in), {});
     ResFile res = parse_res(bytes);
     if (!res.ok) {
         char offset[32];

@@ -210,6 +210,17 @@ std::u16string with_extension(std::u16string_view path, std::u16string_view exte
     return std::u16string(path.substr(0, end)) + std::u16string(extension);
 }
 
+std::u16string extension_of(std::u16string_view path) {
+    for (size_t i = path.size(); i-- > 0 && !is_separator(path[i]);) {
+        if (path[i] != u'.') continue;
+        std::u16string ext(path.substr(i));
+        for (char16_t& c : ext)
+            if (c >= u'A' && c <= u'Z') c = char16_t(c - u'A' + u'a');
+        return ext;
+    }
+    return {};
+}
+
 bool parse_language(std::u16string_view text, uint16_t* language) {
     if (text.size() >= 2 && text[0] == u'0' && upper(text[1]) == u'X') text.remove_prefix(2);
     if (text.empty() || text.size() > 4) return false;

@@ -63,6 +63,9 @@ Options parse_options(const std::vector<std::u16string>& args, bool slash_option
 // Helpers, exposed for the tests.
 bool has_extension(std::u16string_view path);
 std::u16string with_extension(std::u16string_view path, std::u16string_view extension);
+// The extension after the last dot of the last path component, with its dot,
+// lower-cased; empty when there is none.
+std::u16string extension_of(std::u16string_view path);
 bool parse_language(std::u16string_view text, uint16_t* language);
 bool parse_code_page(std::u16string_view text, uint32_t* code_page);
 

@@ -29,22 +29,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-char16_t lower(char16_t c) {
-    return c >= u'A' && c <= u'Z' ? char16_t(c - u'A' + u'a') : c;
-}
-
-// The extension after the last dot of the last path component, lower-cased.
-std::u16string extension_of(std::u16string_view path) {
-    for (size_t i = path.size(); i-- > 0;) {
-        if (path[i] == u'/' || path[i] == u'\\') break;
-        if (path[i] != u'.') continue;
-        std::u16string ext(path.substr(i));
-        for (char16_t& c : ext) c = lower(c);
-        return ext;
-    }
-    return {};
-}
-
 void report(std::string_view program, std::u16string_view file, std::string_view problem) {
     std::string line = cat({program, ": "});
     if (!file.empty()) line += cat({to_utf8(file), ": "});
@@ -65,6 +49,8 @@ std::u16string unused_name(std::u16string_view path, std::u16string_view suffix)
     }
 }
 
+} // namespace
+
 bool read_file(const fs::path& path, std::vector<uint8_t>* bytes) {
     std::error_code ec;
     if (!fs::is_regular_file(path, ec)) return false;
@@ -73,6 +59,8 @@ bool read_file(const fs::path& path, std::vector<uint8_t>* bytes) {
     bytes->assign(std::istreambuf_iterator<char>(in), {});
     return !in.bad();
 }
+
+namespace {
 
 // A temporary file that is removed unless it was renamed into place.
 struct TemporaryFile {

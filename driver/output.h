@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "options.h"
 
@@ -31,6 +33,10 @@ bool object_timestamp(uint32_t* timestamp, std::string* why);
 // reports its own diagnostics; other problems are printed to standard error
 // after "program: ". True on success.
 bool write_output(const Options& o, std::string_view program = "tarn");
+
+// The whole of a plain file; false when it is missing, not a plain file or
+// cannot be read.
+bool read_file(const std::filesystem::path& path, std::vector<uint8_t>* bytes);
 
 // Writes `bytes` to a new file beside `path` and puts it in place of `path`
 // (whose permissions it keeps), so that no partial file is ever seen; false

@@ -4,8 +4,6 @@
 // "--include-dir=value" and "--include-dir value" mean the same.
 #include "windres.h"
 
-#include <filesystem>
-
 #include "console.h"
 #include "makerule.h"
 #include "utf.h"
@@ -240,9 +238,9 @@ void finish(Parse& p) {
     // Writing a binary to a terminal or pipe is rarely what is meant, and
     // the output is replaced whole or not at all: a file is needed.
     if (o.output.empty()) return fail(p, "no output file given (use -o FILE)");
-    if (!p.input_format_given) o.input_is_res = ends_with_ci(o.input, u".res");
+    if (!p.input_format_given) o.input_is_res = extension_of(o.input) == u".res";
     if (o.format == OutputFormat::by_extension)
-        o.format = ends_with_ci(o.output, u".res") ? OutputFormat::res : OutputFormat::coff;
+        o.format = extension_of(o.output) == u".res" ? OutputFormat::res : OutputFormat::coff;
     if (p.depfile_requested && o.depfile.empty()) o.depfile = with_extension(o.output, u".d");
 }
 
