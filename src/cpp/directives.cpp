@@ -156,6 +156,13 @@ bool skipped_directive(TokenRow* row, uint8_t value) {
     }
 }
 
+// The prelude's closing "#line 1", in the main script.
+bool ends_prelude(const TokenRow* row) {
+    const PpToken* tp = row->base;
+    return cpp.source == cpp.capture->main && tp->type == PP_HASH && rowlen(row) > 2 &&
+           tp[1].type == PP_NAME && std::u16string_view(tp[1].text, tp[1].len) == u"line";
+}
+
 } // namespace
 
 void runDirective(TokenRow* row) {
@@ -209,6 +216,7 @@ void runDirective(TokenRow* row) {
         report_pp(error_code(MSG_ERROR_DIRECTIVE), row);
         break;
     case KW_PRAGMA:
+        if (cpp.capture) cpp.capture->spoiled = true;
         if (compile_state.extended) do_pragma(row);
         break;
     case KW_DEFINED:
@@ -227,6 +235,7 @@ int processLines(TokenRow* row) {
             scratch_reset();
             cpp.pending |= lexLine(row, true);
             row->cur = row->base;
+            if (cpp.capture && ends_prelude(row)) prelude_capture_end();
         }
         int room = 1;
         if (row->cur->type != PP_END) {

@@ -76,11 +76,13 @@ std::u16string builtin_text(const Symbol* sym, uint8_t* kind) {
         }
         break;
     case KW_DATE_MACRO: // "Www Mmm dd hh:mm:ss yyyy": Mmm dd yyyy
+        if (cpp.capture) cpp.capture->spoiled = true;
         t += u'"';
         take(4, 7);
         take(20, 4);
         break;
     case KW_TIME_MACRO:
+        if (cpp.capture) cpp.capture->spoiled = true;
         t += u'"';
         take(11, 8);
         break;

@@ -98,6 +98,7 @@ bool skip_guarded(const char16_t* path) {
     if (cpp.outpos + text.size() >= cpp.outbuf.size()) return false;
     std::copy(text.begin(), text.end(), cpp.outbuf.begin() + static_cast<ptrdiff_t>(cpp.outpos));
     cpp.outpos += text.size();
+    if (cpp.capture) capture_output(text.data(), text.size());
     cpp.guardSkipped = true; // the includer's marker follows its line, as after the file's end
     return true;
 }
@@ -199,7 +200,9 @@ void doInclude(TokenRow* row) {
         record_include(path);
     if (++cpp.includeDepth > MAX_INCLUDE_DEPTH && !compile_state.extended)
         report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
-    if (skip_guarded(kept)) {
+    bool skipped = skip_guarded(kept);
+    if (cpp.capture) capture_include(name, angled, cpp.source->name, path, !skipped);
+    if (skipped) {
         cpp.includeDepth -= 1;
         return;
     }

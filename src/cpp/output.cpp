@@ -29,6 +29,7 @@ int put_tokens(TokenRow* row) {
         }
         std::memcpy(cpp.outbuf.data() + cpp.outpos, from, n * sizeof(char16_t));
         cpp.outpos += n;
+        if (cpp.capture) capture_output(from, n);
     }
     row->cur = row->last;
     return cpp.outpos < OUTPUT_WORKING;
@@ -39,6 +40,7 @@ int writeLineMarker() {
     std::u16string t = u"#line ";
     for (char c : std::to_string(s->line)) t += char16_t(c);
     t += u" \"";
+    size_t name_at = t.size();
     t += s->name;
     t += u"\"\n";
     char16_t* text = scratch_alloc(t.size());
@@ -48,7 +50,9 @@ int writeLineMarker() {
     marker.text = text;
     marker.len = t.size();
     TokenRow row{&marker, &marker, &marker + 1, 1};
-    return put_tokens(&row);
+    int room = put_tokens(&row);
+    if (cpp.capture && s == cpp.capture->main) capture_main_name(t.size() - name_at - 2);
+    return room;
 }
 
 size_t readPreprocessed(char16_t* dest, size_t max) {

@@ -115,6 +115,7 @@ bool inject_prelude(SourceFile* s) {
     cpp.preludePending = file_exists(path.c_str()) ? 1 : 0;
     if (!cpp.preludePending) return false;
     cpp.preludePending = 0;
+    if (prelude_from_cache(s, WindowsPrelude, PRELUDE_UNITS)) return true;
     std::memcpy(s->end, WindowsPrelude, PRELUDE_UNITS * sizeof(char16_t));
     s->end += PRELUDE_UNITS;
     put_marks(s->end, BufferEndMark);

@@ -296,6 +296,41 @@ struct GuardedHeader {
     int32_t depth = 0;
 };
 
+// ---- The saved prelude (prelude_cache.cpp)
+// In the extended dialect the effect of the windows.h prelude (its output,
+// the macros, the guarded headers, the includes) is kept in a cache file
+// and replayed while every header it read is unchanged: most of a small
+// compile is otherwise spent reading the same headers again.
+struct IncludeStep {
+    std::u16string name;
+    std::u16string includer;
+    std::u16string path;
+    bool angled = false;
+    bool opened = false; // read, rather than stood in for as a guarded header
+};
+
+// What the prelude did, gathered while it is read for the first time.
+struct PreludeCapture {
+    const SourceFile* main = nullptr;
+    std::u16string text;           // its output, the main script's name left out
+    std::vector<uint32_t> main_at; // where that name stood
+    std::vector<IncludeStep> includes;
+    uint32_t reported = 0;
+    bool spoiled = false; // something made it unrepeatable (a message, a pragma, the time)
+    std::u16string file;  // the cache file to write
+    std::u16string key;
+};
+
+// True when the prelude was replayed (s then holds only its last line);
+// otherwise the capture may have started.
+bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units);
+// At the prelude's closing #line: the capture ends and is saved.
+void prelude_capture_end();
+void capture_output(const char16_t* text, size_t n);
+void capture_main_name(size_t name_units);
+void capture_include(const std::u16string& name, bool angled, const char16_t* includer,
+                     const std::u16string& path, bool opened);
+
 // ---- All of it
 struct CppState {
     // Sources
@@ -337,6 +372,8 @@ struct CppState {
     SpareRows spareRows;
     uint32_t pending = 0; // the line may hold a macro name
     std::string startTime;
+    std::unique_ptr<PreludeCapture> capture; // while the prelude is first read
+    bool preludeReplayed = false;
 
     Arena arena;
 };

@@ -68,6 +68,29 @@ std::u16string plat_resolve(const char16_t* path);
 std::u16string plat_absolute(const char16_t* path);
 std::u16string plat_current_directory();
 
+// Caches (the extended dialect's saved header state). A file's size, last
+// change and identity, to tell that it is still the file read before;
+// false when the file cannot be asked about.
+struct FileStamp {
+    uint64_t size = 0;
+    int64_t modified = 0; // nanoseconds, or the system's finest unit
+    uint64_t id = 0;      // device and file number where the system has them
+};
+bool plat_file_stamp(const char16_t* path, FileStamp* out);
+// Whether the file is the existing one that the running compile replaces.
+bool plat_output_holds(const char16_t* path);
+// The folder for caches: $TARN_CACHE_DIR (empty: no caching), else the
+// user's cache folder with "tarn" added; empty when there is none.
+std::u16string plat_cache_directory();
+// A whole small file of 16-bit units; false when it cannot be read or has
+// an odd size.
+bool plat_read_whole(const char16_t* path, std::u16string* units);
+// Writes a whole file under a temporary name and renames it into place,
+// making the folder first; false on any failure (nothing is left behind).
+bool plat_write_whole(const char16_t* path, std::string_view bytes);
+// Changes whenever the library's own file does (a rebuilt or updated library).
+uint64_t plat_library_stamp();
+
 // The environment variable of that name, whatever the case of its letters.
 bool plat_getenv(std::u16string_view name, std::u16string* value);
 

@@ -613,6 +613,14 @@ uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
     return 0;
 }
 
+bool plat_output_holds(const char16_t* path) {
+    if (pending.guard < 0) return false;
+    struct stat st;
+    std::string native = resolve_native(path);
+    return !native.empty() && stat(native.c_str(), &st) == 0 && st.st_dev == pending.device &&
+           st.st_ino == pending.inode;
+}
+
 uint32_t plat_output_commit() {
     uint32_t e = 0;
     if (!pending.temp.empty()) {
@@ -644,6 +652,19 @@ void plat_output_discard() {
 bool plat_exists(const char16_t* path) {
     std::string native = resolve_native(path);
     return !native.empty() && entry_exists(native);
+}
+
+bool plat_file_stamp(const char16_t* path, FileStamp* out) {
+    std::string native = resolve_native(path);
+    struct stat st;
+    if (native.empty() || stat(native.c_str(), &st) != 0) return false;
+    out->size = uint64_t(st.st_size);
+    out->modified = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    // The change time too: a file rewritten in place within the clock's
+    // resolution still gets a new one.
+    uint64_t changed = uint64_t(st.st_ctim.tv_sec) * 1000000000 + uint64_t(st.st_ctim.tv_nsec);
+    out->id = (uint64_t(st.st_dev) << 40) ^ uint64_t(st.st_ino) ^ changed;
+    return true;
 }
 
 std::u16string plat_resolve(const char16_t* path) {

@@ -161,6 +161,14 @@ void note_refused_read(const char16_t* path) {
         pending.read = true;
 }
 
+bool plat_output_holds(const char16_t* path) {
+    if (!pending.guard || !path) return false;
+    std::u16string a = full_path(path), b = full_path(pending.target.c_str());
+    return !a.empty() && a.size() == b.size() &&
+           CompareStringOrdinal(wide(a.c_str()), int(a.size()), wide(b.c_str()), int(b.size()),
+                                TRUE) == CSTR_EQUAL;
+}
+
 uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
     *out = nullptr;
     plat_output_discard();

@@ -59,6 +59,8 @@ void FreshLibrary::SetUp() {
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(dir_);
     std::filesystem::create_directories(dir_);
+    // Saved preludes go to a folder of the case's own, beside its files.
+    cache_env_.set((dir_.string() + "-cache").c_str());
     reattach();
 }
 
@@ -87,6 +89,7 @@ void FreshLibrary::TearDown() {
     current = nullptr;
     std::error_code ec;
     std::filesystem::remove_all(dir_, ec);
+    std::filesystem::remove_all(dir_.string() + "-cache", ec);
 }
 
 std::filesystem::path FreshLibrary::write_file(const std::string& name, const std::string& bytes) {

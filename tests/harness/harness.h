@@ -56,6 +56,7 @@ class FreshLibrary : public ::testing::Test {
     int32_t compile(const std::string& script, std::vector<uint8_t>* res = nullptr);
 
     std::filesystem::path dir_;
+    ScopedEnv cache_env_{"TARN_CACHE_DIR", nullptr};
     std::vector<Diagnostic> diags;
     std::vector<std::string> info;
 };

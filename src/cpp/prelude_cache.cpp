@@ -1,0 +1,397 @@
+// The saved prelude. Reading windows.h and what it includes is the same work
+// in every compile that finds it, so in the extended dialect its effect is
+// kept in a file of the user's cache folder: the text it writes (with the
+// script's name left out), every symbol as it stands afterwards, the guarded
+// headers, and each include with where it was found. A later compile with
+// the same starting state (library, code page, include folders, macros)
+// replays it once every include still finds the same file and every file
+// read is unchanged; anything else reads the headers as ever. A prelude that
+// reported anything, ran a pragma or used the clock is not kept.
+#include "cpp/preprocessor.h"
+#include "cpp/state.h"
+
+#include <cstring>
+#include <string_view>
+
+#include "diag/report.h"
+#include "support/state.h"
+
+namespace tarn {
+
+namespace {
+
+// The file is a run of 16-bit units: counts and numbers in two or four, texts
+// as their length then their units, so every text read back is in place.
+using Units = std::u16string;
+
+constexpr char16_t MAGIC[] = u"tarn prelude 2\n";
+constexpr char16_t LAST_LINE[] = u"#line 1\n";
+constexpr size_t LAST_LINE_UNITS = 8;
+constexpr uint32_t NO_ROW = UINT32_MAX;
+
+// ---- Writing
+
+void put_u32(Units& out, uint32_t v) {
+    out += static_cast<char16_t>(v);
+    out += static_cast<char16_t>(v >> 16);
+}
+
+void put_u64(Units& out, uint64_t v) {
+    put_u32(out, static_cast<uint32_t>(v));
+    put_u32(out, static_cast<uint32_t>(v >> 32));
+}
+
+void put_text(Units& out, const char16_t* text, size_t n) {
+    put_u32(out, static_cast<uint32_t>(n));
+    out.append(text, n);
+}
+
+void put_text(Units& out, std::u16string_view text) {
+    put_text(out, text.data(), text.size());
+}
+
+void put_row(Units& out, const TokenRow* row) {
+    if (!row) {
+        put_u32(out, NO_ROW);
+        return;
+    }
+    put_u32(out, static_cast<uint32_t>(rowlen(row)));
+    for (const PpToken* tp = row->base; tp < row->last; ++tp) {
+        out += static_cast<char16_t>(tp->type | (tp->wslen ? 0x100 : 0));
+        put_text(out, tp->text, tp->len);
+    }
+}
+
+// Every symbol, whatever it holds: the state before the prelude is part of
+// the key, the state after it is what a replay restores.
+void put_symbols(Units& out) {
+    put_u64(out, cpp.symbolCount);
+    for (const Symbol* chain : cpp.buckets)
+        for (const Symbol* s = chain; s; s = s->next) {
+            put_text(out, s->name, s->len);
+            out += static_cast<char16_t>(s->value | s->flags << 8);
+            put_row(out, s->params);
+            put_row(out, s->replacement);
+        }
+}
+
+// Four units at a time.
+uint64_t hash_units(std::u16string_view t, uint64_t h) {
+    constexpr uint64_t K = 0x9E3779B97F4A7C15u;
+    size_t i = 0;
+    for (; i + 4 <= t.size(); i += 4) {
+        uint64_t w;
+        std::memcpy(&w, t.data() + i, sizeof w);
+        h = (h ^ w) * K;
+        h ^= h >> 31;
+    }
+    for (; i < t.size(); ++i) h = ((h ^ t[i]) * K) ^ (h >> 29);
+    return (h ^ (h >> 32)) * K;
+}
+
+std::u16string hex(uint64_t v) {
+    std::u16string s(16, u'0');
+    for (int i = 15; i >= 0; --i, v >>= 4) s[static_cast<size_t>(i)] = u"0123456789abcdef"[v & 15];
+    return s;
+}
+
+// Everything the prelude's reading depends on, besides the files.
+Units start_state(const char16_t* prelude, size_t units) {
+    Units key = MAGIC;
+    put_u64(key, plat_library_stamp());
+    put_u64(key, host_version());
+    put_u32(key, compile_state.code_page);
+    put_text(key, prelude, units);
+    for (const IncludeDir* d = cpp.includeDirs; d; d = d->next) {
+        put_u32(key, d->kind);
+        put_text(key, std::u16string_view(d->path));
+    }
+    put_symbols(key);
+    return key;
+}
+
+// ---- Reading: every count and length is checked against what is left.
+
+struct Reader {
+    const char16_t* at;
+    const char16_t* end;
+    bool ok = true;
+
+    size_t left() const { return static_cast<size_t>(end - at); }
+    char16_t u16() {
+        if (!ok || at == end) return ok = false;
+        return *at++;
+    }
+    uint32_t u32() {
+        uint32_t low = u16();
+        return low | uint32_t(u16()) << 16;
+    }
+    uint64_t u64() {
+        uint64_t low = u32();
+        return low | uint64_t(u32()) << 32;
+    }
+    std::u16string_view text() {
+        uint32_t n = u32();
+        if (!ok || n > left()) {
+            ok = false;
+            return {};
+        }
+        std::u16string_view t(at, n);
+        at += n;
+        return t;
+    }
+};
+
+struct SavedSymbol {
+    std::u16string_view name;
+    uint8_t value = 0;
+    uint8_t flags = 0;
+    uint32_t params = 0; // first token, in Saved::tokens
+    uint32_t params_n = NO_ROW;
+    uint32_t replacement = 0;
+    uint32_t replacement_n = NO_ROW;
+};
+
+// Views into the file's units, which outlive it.
+struct Saved {
+    std::vector<IncludeStep> includes;
+    std::vector<FileStamp> stamps; // of the includes that opened a file
+    std::vector<SavedSymbol> symbols;
+    std::vector<PpToken> tokens;
+    std::vector<std::pair<std::u16string, GuardedHeader>> guarded;
+    std::u16string_view text;
+    std::vector<uint32_t> main_at;
+};
+
+void read_row(Reader& r, Saved* saved, uint32_t* first, uint32_t* count) {
+    *first = static_cast<uint32_t>(saved->tokens.size());
+    *count = r.u32();
+    if (*count == NO_ROW) return;
+    if (*count > r.left()) {
+        r.ok = false;
+        return;
+    }
+    for (uint32_t i = 0; i < *count && r.ok; ++i) {
+        PpToken t{};
+        char16_t kind = r.u16();
+        t.type = static_cast<uint8_t>(kind);
+        t.wslen = kind >> 8;
+        std::u16string_view text = r.text();
+        t.text = text.data();
+        t.len = text.size();
+        saved->tokens.push_back(t);
+    }
+}
+
+bool read_saved(const Units& file, const Units& key, Saved* saved) {
+    constexpr size_t SUM = 4; // units of the closing hash
+    if (file.size() < key.size() + SUM || file.compare(0, key.size(), key) != 0) return false;
+    std::u16string_view body(file.data(), file.size() - SUM);
+    Reader sum{body.data() + body.size(), file.data() + file.size()};
+    if (sum.u64() != hash_units(body, 0)) return false;
+    Reader r{file.data() + key.size(), body.data() + body.size()};
+    saved->tokens.reserve(r.u32());
+    for (uint32_t n = r.u32(), i = 0; i < n && r.ok; ++i) {
+        IncludeStep step;
+        step.name = r.text();
+        step.includer = r.text();
+        step.path = r.text();
+        char16_t how = r.u16();
+        step.angled = how & 1;
+        step.opened = how & 2;
+        if (step.opened) {
+            FileStamp f;
+            f.size = r.u64();
+            f.modified = static_cast<int64_t>(r.u64());
+            f.id = r.u64();
+            saved->stamps.push_back(f);
+        }
+        saved->includes.push_back(std::move(step));
+    }
+    uint64_t symbols = r.u64();
+    if (symbols > r.left()) return false;
+    saved->symbols.reserve(symbols);
+    for (uint64_t i = 0; i < symbols && r.ok; ++i) {
+        SavedSymbol s;
+        s.name = r.text();
+        char16_t bits = r.u16();
+        s.value = static_cast<uint8_t>(bits);
+        s.flags = static_cast<uint8_t>(bits >> 8);
+        read_row(r, saved, &s.params, &s.params_n);
+        read_row(r, saved, &s.replacement, &s.replacement_n);
+        if (s.name.empty()) r.ok = false;
+        saved->symbols.push_back(s);
+    }
+    for (uint32_t n = r.u32(), i = 0; i < n && r.ok; ++i) {
+        std::u16string path(r.text());
+        GuardedHeader g;
+        g.macro = r.text();
+        g.rows = static_cast<int32_t>(r.u32());
+        g.depth = static_cast<int32_t>(r.u32());
+        saved->guarded.emplace_back(std::move(path), std::move(g));
+    }
+    saved->text = r.text();
+    for (uint32_t n = r.u32(), i = 0; i < n && r.ok; ++i) {
+        uint32_t at = r.u32();
+        if (at > saved->text.size() || (!saved->main_at.empty() && at < saved->main_at.back()))
+            r.ok = false;
+        saved->main_at.push_back(at);
+    }
+    return r.ok && r.at == r.end;
+}
+
+// Every include finds what it found, and every file read is as it was
+// (and is not the output this compile replaces, which reading would refuse).
+bool still_valid(const Saved& saved) {
+    size_t stamp = 0;
+    for (const IncludeStep& step : saved.includes) {
+        if (findInclude(step.name.c_str(), step.angled, step.includer.c_str()) != step.path)
+            return false;
+        if (!step.opened) continue;
+        FileStamp now;
+        const FileStamp& then = saved.stamps[stamp++];
+        if (!plat_file_stamp(step.path.c_str(), &now) || now.size != then.size ||
+            now.modified != then.modified || now.id != then.id ||
+            plat_output_holds(step.path.c_str()))
+            return false;
+    }
+    return true;
+}
+
+TokenRow* saved_row(const Saved& saved, uint32_t first, uint32_t count) {
+    if (count == NO_ROW) return nullptr;
+    const PpToken* from = saved.tokens.data() + first;
+    return persistentRow(from, from + count);
+}
+
+void restore(const Saved& saved, SourceFile* s) {
+    for (const SavedSymbol& saved_sym : saved.symbols) {
+        Symbol* sym = lookup_name(saved_sym.name.data(), saved_sym.name.size(), true);
+        sym->value = saved_sym.value;
+        sym->flags = saved_sym.flags;
+        sym->params = saved_row(saved, saved_sym.params, saved_sym.params_n);
+        sym->replacement = saved_row(saved, saved_sym.replacement, saved_sym.replacement_n);
+    }
+    for (const auto& [path, g] : saved.guarded) cpp.guarded[path] = g;
+    for (const IncludeStep& step : saved.includes)
+        if (compile_state.collect_dependencies) record_include(step.path);
+    std::u16string text;
+    size_t from = 0;
+    for (uint32_t at : saved.main_at) {
+        text.append(saved.text, from, at - from);
+        text += s->name;
+        from = at;
+    }
+    text.append(saved.text, from);
+    if (cpp.outpos + text.size() >= cpp.outbuf.size())
+        cpp.outbuf.resize(cpp.outpos + text.size() + OUTPUT_UNITS);
+    std::memcpy(cpp.outbuf.data() + cpp.outpos, text.data(), text.size() * sizeof(char16_t));
+    cpp.outpos += text.size();
+}
+
+void put_stamp(Units& out, const std::u16string& path, bool* ok) {
+    FileStamp f;
+    *ok = *ok && plat_file_stamp(path.c_str(), &f);
+    put_u64(out, f.size);
+    put_u64(out, static_cast<uint64_t>(f.modified));
+    put_u64(out, f.id);
+}
+
+} // namespace
+
+bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
+    if (!compile_state.extended || cpp.capture || !cpp.guarded.empty()) return false;
+    std::u16string dir = plat_cache_directory();
+    if (dir.empty()) return false;
+    Units key = start_state(prelude, units);
+    std::u16string file =
+        dir + u"/prelude-" + hex(hash_units(key, 1)) + hex(hash_units(key, 2)) + u".bin";
+    Units content;
+    Saved saved;
+    if (plat_read_whole(file.c_str(), &content) && read_saved(content, key, &saved) &&
+        still_valid(saved)) {
+        restore(saved, s);
+        cpp.preludeReplayed = true;
+        std::memcpy(s->end, LAST_LINE, LAST_LINE_UNITS * sizeof(char16_t));
+        s->end += LAST_LINE_UNITS;
+        for (size_t i = 0; i < MARKER_UNITS; ++i) s->end[i] = BufferEndMark;
+        return true;
+    }
+    auto capture = std::make_unique<PreludeCapture>();
+    capture->main = s;
+    capture->reported = diag_state.reported;
+    capture->file = std::move(file);
+    capture->key = std::move(key);
+    cpp.capture = std::move(capture);
+    return false;
+}
+
+void prelude_capture_end() {
+    std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
+    if (c->spoiled || diag_state.reported != c->reported) return;
+    Units body;
+    uint32_t tokens = 0;
+    for (const Symbol* chain : cpp.buckets)
+        for (const Symbol* sym = chain; sym; sym = sym->next)
+            for (const TokenRow* row : {sym->params, sym->replacement})
+                if (row) tokens += static_cast<uint32_t>(rowlen(row));
+    put_u32(body, tokens);
+    bool ok = true;
+    put_u32(body, static_cast<uint32_t>(c->includes.size()));
+    for (const IncludeStep& step : c->includes) {
+        put_text(body, step.name);
+        put_text(body, step.includer);
+        put_text(body, step.path);
+        body += static_cast<char16_t>((step.angled ? 1 : 0) | (step.opened ? 2 : 0));
+        if (step.opened) put_stamp(body, step.path, &ok);
+    }
+    put_symbols(body);
+    put_u32(body, static_cast<uint32_t>(cpp.guarded.size()));
+    for (const auto& [path, g] : cpp.guarded) {
+        put_text(body, path);
+        put_text(body, g.macro);
+        put_u32(body, static_cast<uint32_t>(g.rows));
+        put_u32(body, static_cast<uint32_t>(g.depth));
+    }
+    put_text(body, c->text);
+    put_u32(body, static_cast<uint32_t>(c->main_at.size()));
+    for (uint32_t at : c->main_at) put_u32(body, at);
+    if (!ok) return;
+    Units all = c->key + body;
+    put_u64(all, hash_units(all, 0));
+    // A cache that cannot be written is no loss.
+    plat_write_whole(c->file.c_str(), std::string_view(reinterpret_cast<const char*>(all.data()),
+                                                       all.size() * sizeof(char16_t)));
+}
+
+void capture_output(const char16_t* text, size_t n) {
+    cpp.capture->text.append(text, n);
+}
+
+// A line marker of the main script just went out: its name is left out of
+// the saved text (a replay puts in the name of the script at hand).
+void capture_main_name(size_t name_units) {
+    std::u16string& t = cpp.capture->text;
+    size_t tail = 2; // the closing quote and the newline
+    if (t.size() < name_units + tail) {
+        cpp.capture->spoiled = true;
+        return;
+    }
+    size_t at = t.size() - tail - name_units;
+    t.erase(at, name_units);
+    cpp.capture->main_at.push_back(static_cast<uint32_t>(at));
+}
+
+void capture_include(const std::u16string& name, bool angled, const char16_t* includer,
+                     const std::u16string& path, bool opened) {
+    IncludeStep step;
+    step.name = name;
+    step.includer = includer ? includer : u"";
+    step.path = path;
+    step.angled = angled;
+    step.opened = opened;
+    if (path == cpp.capture->main->name) cpp.capture->spoiled = true;
+    cpp.capture->includes.push_back(std::move(step));
+}
+
+} // namespace tarn

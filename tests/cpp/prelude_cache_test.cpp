@@ -1,0 +1,196 @@
+// The saved windows.h prelude of the extended dialect: a replay gives what
+// reading the headers gives (text, messages, includes), and anything that
+// could change that reading makes the headers be read again.
+#include "cpp/pp_fixture.h"
+
+#include "cpp/state.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include <tarn/tarn.h>
+
+using namespace tarn_test;
+
+namespace {
+
+std::vector<std::string>* include_sink = nullptr;
+
+struct Outcome {
+    std::string text, messages, includes;
+    bool replayed = false;
+    bool operator==(const Outcome& o) const {
+        return text == o.text && messages == o.messages && includes == o.includes;
+    }
+};
+
+} // namespace
+
+class PreludeCache : public PpTest {
+  protected:
+    void SetUp() override {
+        PpTest::SetUp();
+        write_file("inc/windows.h", "#ifndef _WINDOWS_\n#define _WINDOWS_\n"
+                                    "#include \"a.h\"\n#include <b.h>\n#include \"a.h\"\n"
+                                    "#define TWICE(x) ((x) + (x))\n#undef UNDONE\n#endif\n");
+        write_file("inc/a.h", "#ifndef A_H\n#define A_H\n#define FROM_A 0x10L\n#endif\n");
+        write_file("inc/b.h", "#define FROM_B __FILE__ __LINE__\n#if 0\nskipped\n#endif\n");
+        write_file("first/other.h", "");
+    }
+
+    std::filesystem::path cache_dir() const { return dir_.string() + "-cache"; }
+    size_t saved_files() const {
+        if (!std::filesystem::exists(cache_dir())) return 0;
+        return size_t(std::distance(std::filesystem::directory_iterator(cache_dir()), {}));
+    }
+
+    // One run in a just-loaded library, extended unless `classic`.
+    Outcome run(const std::string& script, const std::string& name = "input.rc",
+                const char* define = nullptr, bool classic = false) {
+        reattach();
+        diags.clear();
+        if (!classic) set_extended_mode();
+        std::vector<std::string> includes;
+        include_sink = &includes;
+        set_error_function_w(
+            [](int32_t, const char16_t*, uint32_t, const char16_t* text) {
+                include_sink->push_back("message: " + u8(text));
+            },
+            1);
+        if (define) define_symbol_w(u16(define).c_str());
+        // "first" is searched before "inc".
+        add_include_path_w(wide(path_of("inc")).c_str());
+        add_include_path_w(wide(path_of("first")).c_str());
+        Outcome r;
+        r.text = pp_file(write_file(name, script));
+        r.replayed = tarn::cpp.preludeReplayed;
+        enum_include_info_w(
+            [](const char16_t* path, uint64_t) -> int32_t {
+                include_sink->push_back(u8(path));
+                return 1;
+            },
+            0);
+        for (const std::string& s : includes) r.includes += s + "\n";
+        include_sink = nullptr;
+        return r;
+    }
+};
+
+TEST_F(PreludeCache, ReplayGivesWhatReadingGives) {
+    const std::string script = "FROM_A FROM_B TWICE(2) __LINE__\n#include <windows.h>\n"
+                               "#include \"inc/a.h\"\nFROM_A\n";
+    ScopedEnv off("TARN_CACHE_DIR", "");
+    Outcome plain = run(script);
+    EXPECT_EQ(saved_files(), 0u);
+    off.set(cache_dir().string().c_str());
+    Outcome cold = run(script);
+    EXPECT_FALSE(cold.replayed);
+    EXPECT_EQ(saved_files(), 1u);
+    Outcome warm = run(script);
+    EXPECT_TRUE(warm.replayed);
+    EXPECT_EQ(cold, plain);
+    EXPECT_EQ(warm, plain) << warm.text << "\n---\n" << plain.text;
+    EXPECT_NE(plain.text.find("0x10L"), std::string::npos);
+
+    // Another script replays the same prelude under its own name.
+    ScopedEnv none("TARN_CACHE_DIR", "");
+    const std::string second = "FROM_A TWICE(1)\n";
+    Outcome other_plain = run(second, "sub/other.rc");
+    none.set(cache_dir().string().c_str());
+    Outcome other = run(second, "sub/other.rc");
+    EXPECT_TRUE(other.replayed);
+    EXPECT_EQ(other, other_plain);
+    EXPECT_NE(other.text.find("other.rc"), std::string::npos) << other.text;
+}
+
+TEST_F(PreludeCache, ChangesMakeTheHeadersBeReadAgain) {
+    const std::string script = "FROM_A FROM_B\n";
+    const struct {
+        const char* what;
+        const char* file; // written
+        const char* text;
+        const char* expect; // in the text of the next run
+    } changes[] = {
+        {"a header edited", "inc/a.h", "#ifndef A_H\n#define A_H\n#define FROM_A 0x200L\n#endif\n",
+         "0x200L"},
+        {"a header of the same size edited", "inc/a.h",
+         "#ifndef A_H\n#define A_H\n#define FROM_A 0x300L\n#endif\n", "0x300L"},
+        {"a header found first elsewhere", "first/b.h", "#define FROM_B shadowed\n", "shadowed"},
+    };
+    for (const auto& c : changes) {
+        SCOPED_TRACE(c.what);
+        run(script);
+        EXPECT_TRUE(run(script).replayed);
+        write_file(c.file, c.text);
+        Outcome changed = run(script);
+        EXPECT_FALSE(changed.replayed);
+        EXPECT_NE(changed.text.find(c.expect), std::string::npos) << changed.text;
+        EXPECT_TRUE(run(script).replayed); // saved anew
+    }
+    // Another starting state is another saved prelude.
+    EXPECT_FALSE(run(script, "input.rc", "OTHER=1").replayed);
+    EXPECT_TRUE(run(script, "input.rc", "OTHER=1").replayed);
+}
+
+TEST_F(PreludeCache, NotKeptWhenItCannotBeRepeated) {
+    const struct {
+        const char* what;
+        const char* header;
+    } cases[] = {
+        {"a message", "#define X 1\n#define X 2\n"},
+        {"a pragma", "#pragma code_page(1252)\n"},
+        {"the date", "#define D __DATE__\nD\n"},
+        {"the time", "#define T __TIME__\nT\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(cache_dir());
+        write_file("inc/b.h", c.header);
+        run("x\n");
+        EXPECT_EQ(saved_files(), 0u);
+    }
+    write_file("inc/b.h", "\n");
+    run("x\n", "input.rc", nullptr, true);
+    EXPECT_EQ(saved_files(), 0u) << "the classic dialect reads the headers every time";
+}
+
+TEST_F(PreludeCache, DamagedFilesAreIgnoredAndReplaced) {
+    const std::string script = "FROM_A\n";
+    Outcome first = run(script);
+    ASSERT_EQ(saved_files(), 1u) << first.includes;
+    std::vector<std::filesystem::path> saved(std::filesystem::directory_iterator(cache_dir()), {});
+    ASSERT_EQ(saved.size(), 1u);
+    for (const std::filesystem::path& f : saved) {
+        auto size = std::filesystem::file_size(f);
+        for (auto cut : {size / 2, size - 1, uintmax_t(0)}) {
+            std::filesystem::resize_file(f, cut);
+            Outcome damaged = run(script);
+            EXPECT_FALSE(damaged.replayed);
+            EXPECT_EQ(damaged, first);
+            EXPECT_EQ(std::filesystem::file_size(f), size);
+        }
+        std::vector<uint8_t> bytes = read_bytes(f);
+        bytes[bytes.size() / 3] ^= 0x40;
+        std::ofstream(f, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+        Outcome flipped = run(script);
+        EXPECT_FALSE(flipped.replayed);
+        EXPECT_EQ(flipped, first);
+    }
+    EXPECT_TRUE(run(script).replayed);
+}
+
+// A header named as the output is refused as ever, not replayed over.
+TEST_F(PreludeCache, AHeaderNamedAsTheOutputStays) {
+    run("x\n");
+    const std::string header = "#ifndef A_H\n#define A_H\n#define FROM_A 0x10L\n#endif\n";
+    for (int i = 0; i < 2; ++i) {
+        reattach();
+        set_extended_mode();
+        add_include_path_w(wide(path_of("inc")).c_str());
+        std::filesystem::path in = write_file("input.rc", "1 RCDATA { FROM_A }\n");
+        EXPECT_EQ(compile_script_w(wide(in).c_str(), wide(path_of("inc/a.h")).c_str()), 0);
+        std::vector<uint8_t> now = read_bytes(path_of("inc/a.h"));
+        EXPECT_EQ(std::string(now.begin(), now.end()), header);
+    }
+}
