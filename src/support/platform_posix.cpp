@@ -655,9 +655,13 @@ bool plat_exists(const char16_t* path) {
 }
 
 bool plat_file_stamp(const char16_t* path, FileStamp* out) {
-    std::string native = resolve_native(path);
+    // The paths asked about were found before: as written, they mostly exist.
+    std::string native = utf16_to_utf8(path);
     struct stat st;
-    if (native.empty() || stat(native.c_str(), &st) != 0) return false;
+    if (native.find('\\') != std::string::npos || stat(native.c_str(), &st) != 0) {
+        native = resolve_native(path);
+        if (native.empty() || stat(native.c_str(), &st) != 0) return false;
+    }
     out->size = uint64_t(st.st_size);
     out->modified = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
     // The change time too: a file rewritten in place within the clock's
