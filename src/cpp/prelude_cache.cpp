@@ -95,8 +95,11 @@ std::u16string hex(uint64_t v) {
     return s;
 }
 
-// Everything the prelude's reading depends on, besides the files.
-Units start_state(const char16_t* prelude, size_t units) {
+// Everything the prelude's reading depends on, besides the files. The
+// part before the macros names the file: a run with other definitions
+// replaces it rather than adding one, so that a build passing a new
+// version number each time does not fill the folder.
+Units start_state(const char16_t* prelude, size_t units, size_t* place) {
     Units key = MAGIC;
     put_u64(key, plat_library_stamp());
     put_u64(key, host_version());
@@ -106,6 +109,7 @@ Units start_state(const char16_t* prelude, size_t units) {
         put_u32(key, d->kind);
         put_text(key, std::u16string_view(d->path));
     }
+    *place = key.size();
     put_symbols(key);
     return key;
 }
@@ -303,9 +307,11 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     if (!compile_state.extended || cpp.capture || !cpp.guarded.empty()) return false;
     std::u16string dir = plat_cache_directory();
     if (dir.empty()) return false;
-    Units key = start_state(prelude, units);
+    size_t place = 0;
+    Units key = start_state(prelude, units, &place);
+    std::u16string_view named(key.data(), place);
     std::u16string file =
-        dir + u"/prelude-" + hex(hash_units(key, 1)) + hex(hash_units(key, 2)) + u".bin";
+        dir + u"/prelude-" + hex(hash_units(named, 1)) + hex(hash_units(named, 2)) + u".bin";
     Units content;
     Saved saved;
     if (plat_read_whole(file.c_str(), &content) && read_saved(content, key, &saved) &&

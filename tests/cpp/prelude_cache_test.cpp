@@ -127,9 +127,11 @@ TEST_F(PreludeCache, ChangesMakeTheHeadersBeReadAgain) {
         EXPECT_NE(changed.text.find(c.expect), std::string::npos) << changed.text;
         EXPECT_TRUE(run(script).replayed); // saved anew
     }
-    // Another starting state is another saved prelude.
+    // Other definitions before it: the saved prelude is replaced, not added to.
     EXPECT_FALSE(run(script, "input.rc", "OTHER=1").replayed);
     EXPECT_TRUE(run(script, "input.rc", "OTHER=1").replayed);
+    EXPECT_FALSE(run(script).replayed);
+    EXPECT_EQ(saved_files(), 1u);
 }
 
 TEST_F(PreludeCache, NotKeptWhenItCannotBeRepeated) {
