@@ -139,14 +139,17 @@ bool fits_16(uint64_t value, const char16_t* what) {
 void show_writing(const std::u16string& type_text, const ScriptToken* name,
                   const ResourceAttributes* attributes) {
     if (!compile_state.info_callback) return;
-    std::u16string line = format_message(MSG_WRITING, type_text);
+    // One line per resource: the buffer is kept, so a line costs no allocation.
+    static std::u16string line;
+    line.clear();
+    append_message(line, MSG_WRITING, type_text);
     if (name && name->kind == TK_NUMBER)
-        line += format_message(MSG_WRITING_ID, int(number_value(*name)));
+        append_message(line, MSG_WRITING_ID, int(number_value(*name)));
     else if (name)
-        line += format_message(MSG_WRITING_NAME, std::u16string(name->text, name->length));
-    if (attributes) line += format_message(MSG_WRITING_LANGUAGE, unsigned(attributes->language));
+        append_message(line, MSG_WRITING_NAME, static_cast<const char16_t*>(name->text));
+    if (attributes) append_message(line, MSG_WRITING_LANGUAGE, unsigned(attributes->language));
     if (compile_state.output_file)
-        line += format_message(MSG_WRITING_OFFSET, unsigned(output_position()));
+        append_message(line, MSG_WRITING_OFFSET, unsigned(output_position()));
     send_info(line);
 }
 
