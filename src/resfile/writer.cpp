@@ -130,19 +130,26 @@ uint32_t name_size(const NameOrOrdinal& name) {
 }
 
 // One write for the whole name: its units little-endian, then the
-// terminator of the string form.
+// terminator of the string form; a usual name is laid out on the stack.
 uint32_t write_name(const NameOrOrdinal& name) {
     const char16_t ordinal[2] = {char16_t(ORDINAL_MARK), char16_t(ordinal_of(name))};
     std::u16string_view units = is_ordinal(name) ? std::u16string_view(ordinal, 2) : name.units;
-    std::vector<uint8_t> bytes;
-    bytes.reserve(name_size(name));
-    for (char16_t unit : units) {
-        bytes.push_back(uint8_t(unit));
-        bytes.push_back(uint8_t(unit >> 8));
+    uint32_t size = name_size(name);
+    uint8_t local[256];
+    std::vector<uint8_t> large;
+    uint8_t* bytes = local;
+    if (size > sizeof local) {
+        large.resize(size);
+        bytes = large.data();
     }
-    if (!is_ordinal(name)) bytes.insert(bytes.end(), 2, 0);
-    assert(bytes.size() == name_size(name));
-    return write_bytes(bytes.data(), uint32_t(bytes.size()));
+    uint8_t* p = bytes;
+    for (char16_t unit : units) {
+        *p++ = uint8_t(unit);
+        *p++ = uint8_t(unit >> 8);
+    }
+    if (!is_ordinal(name)) *p++ = 0, *p++ = 0;
+    assert(uint32_t(p - bytes) == size);
+    return write_bytes(bytes, size);
 }
 
 uint32_t header_size(const NameOrOrdinal& type, const NameOrOrdinal& name) {

@@ -68,8 +68,10 @@ void report_at(const DefinitionPlace& place, DiagnosticCode code, const A&... in
 uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
                               const NameOrOrdinal& type, const NameOrOrdinal& name) {
     if (compile_state.extended) {
-        std::u16string key =
-            type.units + u'\0' + name.units + u'\0' + char16_t(attributes.language);
+        std::u16string key;
+        key.reserve(type.units.size() + name.units.size() + 3);
+        key.append(type.units).append(1, u'\0').append(name.units).append(1, u'\0');
+        key.append(1, char16_t(attributes.language));
         const DefinitionPlace& here = resources_state.statement_place;
         auto [at, added] = resources_state.written.try_emplace(std::move(key), here);
         if (!added) {

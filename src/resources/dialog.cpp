@@ -69,16 +69,16 @@ const ControlKeyword* find_control_keyword(int32_t kind) {
     return nullptr;
 }
 
-NameOrOrdinal class_from_string(const std::u16string& s) {
+NameOrOrdinal class_from_string(std::u16string s) {
     for (const PredefinedClass& c : predefined_classes)
         if (equal_ignore_case(s, c.name)) return make_ordinal(c.ordinal);
-    return make_name(s);
+    return NameOrOrdinal{std::move(s)};
 }
 
 // A string literal (consumed) or a number standing for an ordinal.
 NameOrOrdinal parse_text_or_ordinal() {
     if (!is_string(token.kind)) return make_ordinal(uint16_t(parse_expr16(true)));
-    NameOrOrdinal text = make_name(token_string());
+    NameOrOrdinal text{token_string()};
     next_token();
     return text;
 }
@@ -230,7 +230,8 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
 uint32_t write_dialog(const ScriptToken& name, const ResourceAttributes& attributes,
                       const DialogOptions& d) {
     uint32_t size = dialog_size(d);
-    ResData data;
+    static ResData data; // kept from dialog to dialog: its room is reused
+    data.clear();
     data.reserve(size + 3);
     put_dialog_header(data, d);
     for (const DialogControl& c : d.controls) put_control(data, c, d.extended);
@@ -260,7 +261,7 @@ void parse_dialog_menu(DialogOptions& d) {
         d.menu = make_ordinal(uint16_t(parse_expr16(true)));
         return;
     }
-    d.menu = make_name(token_string());
+    d.menu = NameOrOrdinal{token_string()};
     next_token();
 }
 
@@ -287,7 +288,7 @@ bool parse_dialog_option(DialogOptions& d) {
         break;
     case TK_CLASS:
         if (is_string(token.kind)) {
-            d.class_name = make_name(token_string());
+            d.class_name = NameOrOrdinal{token_string()};
             next_token();
         } else {
             d.class_name = make_ordinal(uint16_t(parse_expr16(true)));
@@ -312,6 +313,7 @@ bool parse_dialog_option(DialogOptions& d) {
 
 void compile_dialog(const ScriptToken& name, int extended) {
     DialogOptions d;
+    d.controls.reserve(32); // the usual dialog's, in one allocation
     d.extended = extended != 0;
     ResourceAttributes attributes = default_attributes_copy();
     attributes.memory_flags = parse_memory_flags(MEM_MOVEABLE | MEM_PURE | MEM_DISCARDABLE);

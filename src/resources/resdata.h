@@ -19,6 +19,8 @@ namespace tarn {
 struct ResData {
     uint32_t size() const { return uint32_t(used); }
     const uint8_t* data() const { return buffer.get(); }
+    // Empty again, keeping the room.
+    void clear() { used = 0; }
     // Room for n bytes more without growing, for a layout of known size.
     void reserve(size_t n) {
         if (capacity - used < n) grow(n);
