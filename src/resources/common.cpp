@@ -73,10 +73,13 @@ uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attr
         key.append(type.units).append(1, u'\0').append(name.units).append(1, u'\0');
         key.append(1, char16_t(attributes.language));
         const DefinitionPlace& here = resources_state.statement_place;
-        auto [at, added] = resources_state.written.try_emplace(std::move(key), here);
+        std::vector<std::u16string>& files = resources_state.written_files;
+        if (files.empty() || files.back() != here.file) files.push_back(here.file);
+        WrittenPlace place{uint32_t(files.size() - 1), here.line};
+        auto [at, added] = resources_state.written.try_emplace(std::move(key), place);
         if (!added) {
             report_at(here, error_code(MSG_DUPLICATE_RESOURCE), name_text(type), name_text(name),
-                      unsigned(attributes.language), at->second.file, at->second.line);
+                      unsigned(attributes.language), files[at->second.file], at->second.line);
             return WRITE_SKIPPED;
         }
     }
