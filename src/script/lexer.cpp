@@ -301,6 +301,25 @@ void read_name(char16_t first) {
     token.kind = keyword_kind(token.text, n);
 }
 
+// The one-letter escapes and the units they stand for ("\\a" is a backspace
+// too); 0 for any other unit.
+struct SimpleEscape {
+    char16_t c, value;
+};
+constexpr SimpleEscape simple_escapes[] = {
+    {u'a', 8},  {u'b', 8},  {u'f', 12}, {u'n', 10},  {u'r', 13},  {u't', 9},
+    {u'v', 11}, {u'?', 63}, {u'"', 34}, {u'\'', 39}, {u'\\', 92},
+};
+constexpr std::array<char16_t, 128> simple_escape_values = [] {
+    std::array<char16_t, 128> t{};
+    for (const SimpleEscape& e : simple_escapes) t[e.c] = e.value;
+    return t;
+}();
+
+char16_t simple_escape(char16_t c) {
+    return c < 128 ? simple_escape_values[c] : 0;
+}
+
 // Collects the units of a literal, dropping those beyond the limit (none
 // in the extended dialect).
 struct LiteralText {
@@ -330,13 +349,6 @@ struct LiteralText {
 // any number of digits, except in the wide pieces of the extended dialect,
 // where four make one unit as a C compiler reads them.
 void read_escape(LiteralText& out, bool wide) {
-    struct Simple {
-        char16_t c, value;
-    };
-    static constexpr Simple simple[] = {
-        {u'a', 8},  {u'b', 8},  {u'f', 12}, {u'n', 10},  {u'r', 13},  {u't', 9},
-        {u'v', 11}, {u'?', 63}, {u'"', 34}, {u'\'', 39}, {u'\\', 92},
-    };
     char16_t c = get_char();
     if (is_octal(c)) {
         char16_t value = c - u'0';
@@ -356,8 +368,7 @@ void read_escape(LiteralText& out, bool wide) {
         out.put(value);
         return;
     }
-    for (const Simple& s : simple)
-        if (s.c == c) return out.put(s.value);
+    if (char16_t value = simple_escape(c)) return out.put(value);
     out.put(u'\\');
     if (c != 0)
         out.put(c);
@@ -577,12 +588,25 @@ bool quick_name(const char16_t* b, size_t start, size_t end) {
     return true;
 }
 
-// `open` is just past the opening quote.
+// `open` is just past the opening quote. The one-letter escapes are taken
+// here; any other, like a literal that would be cut, is left to the
+// unit-by-unit path.
 bool quick_string(const char16_t* b, size_t open, size_t end, int32_t kind) {
-    size_t close = plain_run_end(b, open, end);
-    if (close >= end || b[close] != u'"') return false;
-    size_t n = close - open;
-    if (n > STRING_UNITS && !compile_state.extended) return false; // cut, with a warning
+    size_t limit = compile_state.extended ? SIZE_MAX : STRING_UNITS;
+    size_t n = 0, close = open;
+    for (size_t p = open;;) {
+        close = plain_run_end(b, p, end);
+        size_t run = close - p;
+        if (close >= end || run > limit - n) return false;
+        token.text.ensure(n + run + 2);
+        std::memcpy(token.text.data() + n, b + p, run * sizeof(char16_t));
+        n += run;
+        if (b[close] == u'"') break;
+        char16_t value = b[close] == u'\\' ? simple_escape(b[close + 1]) : 0;
+        if (value == 0 || n == limit) return false; // a zero, or another escape
+        token.text[n++] = value;
+        p = close + 2;
+    }
     size_t next = close + 1;
     if (next >= end || b[next] == u'"') return false; // a doubled quote
     if (kind == TK_STRING || compile_state.extended) {
@@ -590,8 +614,6 @@ bool quick_string(const char16_t* b, size_t open, size_t end, int32_t kind) {
         if (next >= end) return false;
         if (b[next] == u'"' || (b[next] == u'L' && compile_state.extended)) return false; // may join
     }
-    token.text.ensure(n + 1);
-    std::memcpy(token.text.data(), b + open, n * sizeof(char16_t));
     token.text[n] = 0;
     token.length = n;
     token.kind = kind;
