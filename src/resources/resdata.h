@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -37,9 +38,10 @@ struct ResData {
     }
     // A zero-terminated UTF-16 string.
     void str(std::u16string_view s) {
+        static_assert(std::endian::native == std::endian::little); // units as the file keeps them
         uint8_t* p = room(2 * (s.size() + 1));
-        for (char16_t c : s) p = put16(p, c);
-        put16(p, 0);
+        if (!s.empty()) std::memcpy(p, s.data(), 2 * s.size());
+        put16(p + 2 * s.size(), 0);
     }
     void name(const NameOrOrdinal& n) {
         if (is_ordinal(n)) {

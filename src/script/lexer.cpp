@@ -707,12 +707,6 @@ bool quick_token() {
 }
 } // namespace
 
-uint32_t number_value(const ScriptToken& t) {
-    uint32_t value;
-    std::memcpy(&value, t.text, sizeof value);
-    return value;
-}
-
 void script_reset() {
     script_location = ScriptLocation{};
     token = ScriptToken{};
