@@ -120,7 +120,8 @@ std::u16string format_message_args(uint32_t number, Args args) {
 }
 
 void append_message_args(std::u16string& out, uint32_t number, Args args) {
-    if (const char16_t* t = message_text(CODE_LIBRARY | number)) append_inserts(out, t, as_span(args));
+    if (const char16_t* t = message_text(CODE_LIBRARY | number))
+        append_inserts(out, t, as_span(args));
 }
 
 void send_info(const std::u16string& text) {

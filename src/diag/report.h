@@ -59,7 +59,8 @@ template <class... A> std::u16string format_message(uint32_t number, const A&...
 
 // The same, appended to `out`, for lines built of several messages.
 void append_message_args(std::u16string& out, uint32_t number, std::initializer_list<MsgArg> args);
-template <class... A> void append_message(std::u16string& out, uint32_t number, const A&... inserts) {
+template <class... A>
+void append_message(std::u16string& out, uint32_t number, const A&... inserts) {
     append_message_args(out, number, {MsgArg(inserts)...});
 }
 

@@ -154,7 +154,8 @@ bool is_blank(char16_t c) {
 constexpr std::array<int8_t, 128> hex_values = [] {
     std::array<int8_t, 128> t{};
     for (size_t c = 0; c < 128; ++c)
-        t[c] = (ascii_classes[c] & CH_HEX) ? int8_t(c <= u'9' ? c - u'0' : (c | 0x20) - u'a' + 10) : -1;
+        t[c] = (ascii_classes[c] & CH_HEX) ? int8_t(c <= u'9' ? c - u'0' : (c | 0x20) - u'a' + 10)
+                                           : -1;
     return t;
 }();
 
@@ -183,7 +184,8 @@ constexpr size_t LONGEST_KEYWORD = [] {
 constexpr size_t KEYWORD_SLOTS = 256;
 
 constexpr size_t keyword_hash(char16_t first, char16_t second, char16_t last, size_t n) {
-    return (size_t(first | 0x20) * 7 + size_t(second | 0x20) * 3 + size_t(last | 0x20) * 5 + n * 11) %
+    return (size_t(first | 0x20) * 7 + size_t(second | 0x20) * 3 + size_t(last | 0x20) * 5 +
+            n * 11) %
            KEYWORD_SLOTS;
 }
 
@@ -384,9 +386,11 @@ size_t plain_run_end(const char16_t* b, size_t pos, size_t end) {
     const __m128i zero = _mm_setzero_si128();
     for (; pos + 8 <= end; pos += 8) {
         __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + pos));
-        __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
-                                   _mm_cmpeq_epi16(v, zero));
-        if (int mask = _mm_movemask_epi8(hit)) return pos + size_t(__builtin_ctz(unsigned(mask))) / 2;
+        __m128i hit =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
+                         _mm_cmpeq_epi16(v, zero));
+        if (int mask = _mm_movemask_epi8(hit))
+            return pos + size_t(__builtin_ctz(unsigned(mask))) / 2;
     }
 #else
     // Four units at a time while none of them ends the run (a zero lane
@@ -577,7 +581,8 @@ bool quick_name(const char16_t* b, size_t start, size_t end) {
     char16_t* text = token.text.data();
     text[0] = b[start];
     size_t n = 1;
-    for (char16_t c; n < NAME_UNITS && (c = b[start + n]) < 128 && (ascii_classes[c] & CH_NAME); ++n)
+    for (char16_t c; n < NAME_UNITS && (c = b[start + n]) < 128 && (ascii_classes[c] & CH_NAME);
+         ++n)
         text[n] = c;
     size_t p = start + n;
     if (p >= end || b[p] >= 128 || n >= NAME_UNITS) return false;
@@ -612,7 +617,8 @@ bool quick_string(const char16_t* b, size_t open, size_t end, int32_t kind) {
     if (kind == TK_STRING || compile_state.extended) {
         while (next < end && is_blank(b[next])) ++next;
         if (next >= end) return false;
-        if (b[next] == u'"' || (b[next] == u'L' && compile_state.extended)) return false; // may join
+        if (b[next] == u'"' || (b[next] == u'L' && compile_state.extended))
+            return false; // may join
     }
     token.text[n] = 0;
     token.length = n;

@@ -27,8 +27,7 @@ TEST_F(Reuse, AResourceAfterALargerOneOfItsKindIsAsAlone) {
          "2 MENU BEGIN MENUITEM \"x\", 4 MENUITEM SEPARATOR END"},
         {"1 MENUEX BEGIN POPUP \"Popup text\", 1, 0, 0, 9 BEGIN MENUITEM \"Item\", 2 END END",
          "2 MENUEX BEGIN MENUITEM \"y\", 3 END"},
-        {"1 RCDATA BEGIN \"a long string of bytes\", 1L, 2, L\"wide\" END",
-         "2 RCDATA BEGIN 3 END"},
+        {"1 RCDATA BEGIN \"a long string of bytes\", 1L, 2, L\"wide\" END", "2 RCDATA BEGIN 3 END"},
         {"1 RCDATA BEGIN 1, 2, 3, 4, 5, 6, 7, 8, 9 END", "2 RCDATA BEGIN END"},
     };
     for (const Case& c : cases) {

@@ -105,10 +105,11 @@ TEST_F(ScriptLexer, EveryPieceSizeCutsTheSameTokens) {
     // the longest lengths, numbers with their marks, literals with escapes,
     // doubled quotes and joins, names above ASCII, blanks and line ends.
     std::string n255(255, 'n'), n256(256, 'm'), s4095(4095, 's');
-    std::string text = "BEGIN\r\n  CONTROL \"a\\tb\\\\c\\x41\\101\\q\", 0x7fL, 017u, 0o17, 99,\t-1\n" +
-                       n255 + " " + n256 + "x Ldialog L\"w\\n\" L \"j\"  \"k\" \"d\"\"q\"\n" +
-                       "\"" + s4095 + "\" \"" + s4095 + "\\n\" caf\xc3\xa9 na\xc3\xafve x\xe2\x80\x94y " +
-                       "\"\" \"\\\"\" ,{}|~+*/() 'h' #line 40 \"f.rc\"\nEND";
+    std::string text =
+        "BEGIN\r\n  CONTROL \"a\\tb\\\\c\\x41\\101\\q\", 0x7fL, 017u, 0o17, 99,\t-1\n" + n255 +
+        " " + n256 + "x Ldialog L\"w\\n\" L \"j\"  \"k\" \"d\"\"q\"\n" + "\"" + s4095 + "\" \"" +
+        s4095 + "\\n\" caf\xc3\xa9 na\xc3\xafve x\xe2\x80\x94y " +
+        "\"\" \"\\\"\" ,{}|~+*/() 'h' #line 40 \"f.rc\"\nEND";
     for (bool extended : {false, true}) {
         compile_state.extended = extended;
         diags.clear();
