@@ -565,7 +565,10 @@ bool quick_number(const char16_t* b, size_t start, size_t end) {
         else if (b[p] == u'x' || b[p] == u'X')
             base = 16, ++p;
     }
-    for (int d; (d = hex_value(b[p])) >= 0; ++p) value = value * base + uint32_t(d);
+    if (base == 16) // the "L" marked masks of the headers: shifts, no multiply
+        for (int d; (d = hex_value(b[p])) >= 0; ++p) value = value << 4 | uint32_t(d);
+    else
+        for (int d; (d = hex_value(b[p])) >= 0; ++p) value = value * base + uint32_t(d);
     if (p >= end) return false;
     char16_t c = b[p];
     token.is_long = (c == u'l' || c == u'L');
@@ -643,15 +646,16 @@ bool quick_token() {
         script_location.script_line += 1;
     }
     input.pos = pos;
-    switch (q) {
-    case Q_PUNCT:
+    // Numbers and punctuation are most tokens: tested before the rest.
+    if (q == Q_DIGIT) return quick_number(b, pos, end);
+    if (q == Q_PUNCT) {
         token.length = 0;
         token.text[0] = 0;
         token.kind = punctuation_kinds[c];
         input.pos = pos + 1;
         return true;
-    case Q_DIGIT:
-        return quick_number(b, pos, end);
+    }
+    switch (q) {
     case Q_NAME:
         return quick_name(b, pos, end);
     case Q_STRING:
