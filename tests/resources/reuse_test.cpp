@@ -29,6 +29,8 @@ TEST_F(Reuse, AResourceAfterALargerOneOfItsKindIsAsAlone) {
          "2 MENUEX BEGIN MENUITEM \"y\", 3 END"},
         {"1 RCDATA BEGIN \"a long string of bytes\", 1L, 2, L\"wide\" END", "2 RCDATA BEGIN 3 END"},
         {"1 RCDATA BEGIN 1, 2, 3, 4, 5, 6, 7, 8, 9 END", "2 RCDATA BEGIN END"},
+        {"1 ACCELERATORS BEGIN \"a\", 1\n\"b\", 2, ALT\n65, 3, VIRTKEY END",
+         "2 ACCELERATORS BEGIN \"x\", 4 END"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.small);
