@@ -640,6 +640,7 @@ bool quick_token() {
     char16_t c;
     for (;; ++pos) {
         c = b[pos];
+        if (c == u' ') continue; // the usual gap, ahead of the table
         q = c < 128 ? quick_starts[c] : uint8_t(Q_SLOW);
         if (q == Q_BLANK) continue;
         if (q != Q_NEWLINE) break;
