@@ -197,7 +197,8 @@ uint32_t dialog_size(const DialogOptions& d) {
     for (const DialogControl& c : d.controls) {
         if (size % 4) size += 2;
         size += d.extended ? CONTROLEX_HEADER : CONTROL_HEADER;
-        size += name_size(c.class_name) + text_size(d, c.text) + 2 + uint32_t(c.creation_data.size());
+        size +=
+            name_size(c.class_name) + text_size(d, c.text) + 2 + uint32_t(c.creation_data.size());
     }
     return size;
 }

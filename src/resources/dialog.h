@@ -25,8 +25,8 @@ struct DialogControl {
     int16_t x = 0, y = 0, cx = 0, cy = 0;
     uint32_t id = 0; // 16 bits but in the extended dialect's DIALOGEX
     uint32_t help_id = 0;
-    NameOrOrdinal class_name; // empty: written as the empty string
-    ControlText text;         // none: the empty string
+    NameOrOrdinal class_name;           // empty: written as the empty string
+    ControlText text;                   // none: the empty string
     std::vector<uint8_t> creation_data; // DIALOGEX only
 };
 
