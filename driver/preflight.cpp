@@ -32,23 +32,35 @@ constexpr struct {
     {PathProblem::output_read_only, MSG_OUTPUT_READ_ONLY},
 };
 
-struct Records {
-    size_t count = 0;
-    std::u16string last;
-};
 size_t records_at_resource_start = 0;
 
-Records file_records() {
-    Records r;
-    tarn_file_info_callback take = [](const char16_t*, const char16_t*, uint16_t,
-                                      const char16_t* path, uint64_t context) -> int32_t {
-        Records* records = reinterpret_cast<Records*>(uintptr_t(context));
-        records->count += 1;
-        records->last = path ? path : u"";
+// Every resource start counts the records, so counting copies nothing.
+size_t file_record_count() {
+    size_t count = 0;
+    tarn_file_info_callback take = [](const char16_t*, const char16_t*, uint16_t, const char16_t*,
+                                      uint64_t context) -> int32_t {
+        *reinterpret_cast<size_t*>(uintptr_t(context)) += 1;
         return 1;
     };
-    enum_file_info_w(take, uint64_t(reinterpret_cast<uintptr_t>(&r)));
-    return r;
+    enum_file_info_w(take, uint64_t(reinterpret_cast<uintptr_t>(&count)));
+    return count;
+}
+
+// The path of the record at `index`, copied only once the walk gets there.
+std::u16string file_record_path(size_t index) {
+    struct Walk {
+        size_t left;
+        std::u16string path;
+    } walk{index, {}};
+    tarn_file_info_callback take = [](const char16_t*, const char16_t*, uint16_t,
+                                      const char16_t* path, uint64_t context) -> int32_t {
+        Walk* w = reinterpret_cast<Walk*>(uintptr_t(context));
+        if (w->left-- > 0) return 1;
+        w->path = path ? path : u"";
+        return 0;
+    };
+    enum_file_info_w(take, uint64_t(reinterpret_cast<uintptr_t>(&walk)));
+    return walk.path;
 }
 
 // The path as the library takes it: on POSIX "\" separates too.
@@ -108,15 +120,16 @@ std::u16string path_problem_text(PathProblem problem, const std::u16string& inpu
 }
 
 void note_resource_start() {
-    records_at_resource_start = file_records().count;
+    records_at_resource_start = file_record_count();
 }
 
 std::u16string file_in_question(std::u16string_view text) {
-    Records r = file_records();
-    if (r.count <= records_at_resource_start) return std::u16string();
-    size_t part = r.last.find_last_of(u"\\/:");
-    std::u16string_view name = std::u16string_view(r.last).substr(part + 1); // npos + 1 is 0
-    return text.find(name) == std::u16string_view::npos ? r.last : std::u16string();
+    size_t count = file_record_count();
+    if (count <= records_at_resource_start) return std::u16string();
+    std::u16string last = file_record_path(count - 1);
+    size_t part = last.find_last_of(u"\\/:");
+    std::u16string_view name = std::u16string_view(last).substr(part + 1); // npos + 1 is 0
+    return text.find(name) == std::u16string_view::npos ? last : std::u16string();
 }
 
 std::u16string file_in_question_text(const std::u16string& path) {

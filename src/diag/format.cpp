@@ -112,14 +112,16 @@ void put_field(std::u16string* out, const Format& s, std::u16string_view body, b
     }
 }
 
-std::u16string digits_of(uint64_t v, unsigned base, bool upper) {
+// The digits go at the end of `buffer` (64 units hold any base-8 or wider
+// value); returns where they start.
+char16_t* digits_of(uint64_t v, unsigned base, bool upper, char16_t* end) {
     const char* set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    std::u16string d;
+    char16_t* p = end;
     do {
-        d.insert(d.begin(), static_cast<char16_t>(set[v % base]));
+        *--p = static_cast<char16_t>(set[v % base]);
         v /= base;
     } while (v);
-    return d;
+    return p;
 }
 
 bool is_signed_conv(char16_t c) {
@@ -152,20 +154,46 @@ void put_integer(std::u16string* out, const Format& s, int64_t raw) {
                                        : v;
     }
     unsigned base = (s.conv == u'x' || s.conv == u'X') ? 16 : s.conv == u'o' ? 8 : 10;
-    std::u16string digits = digits_of(mag, base, s.conv == u'X');
-    if (s.precision == 0 && mag == 0) digits.clear();
+    char16_t buffer[64];
+    char16_t* end = buffer + 64;
+    std::u16string_view digits(buffer, 0);
+    if (!(s.precision == 0 && mag == 0)) {
+        char16_t* first = digits_of(mag, base, s.conv == u'X', end);
+        digits = std::u16string_view(first, size_t(end - first));
+    }
     size_t zeros = 0; // from the precision, or the "#" of octal
     if (s.precision > 0 && digits.size() < static_cast<size_t>(s.precision))
         zeros = static_cast<size_t>(s.precision) - digits.size();
     else if ((s.flags & F_ALT) && base == 8 && (digits.empty() || digits[0] != u'0'))
         zeros = 1;
 
-    std::u16string body(sign_of(s, negative));
-    if ((s.flags & F_ALT) && base == 16 && mag != 0) body += s.conv == u'X' ? u"0X" : u"0x";
-    size_t lead = body.size();
-    body.append(zeros, u'0');
-    body += digits;
-    put_field(out, s, body, (s.flags & F_ZERO) && s.precision < 0, lead);
+    // The sign and "0x" lead; zero fill goes after them.
+    char16_t lead_units[3];
+    size_t lead = 0;
+    for (char16_t c : sign_of(s, negative)) lead_units[lead++] = c;
+    if ((s.flags & F_ALT) && base == 16 && mag != 0) {
+        lead_units[lead++] = u'0';
+        lead_units[lead++] = s.conv == u'X' ? u'X' : u'x';
+    }
+    std::u16string_view lead_text(lead_units, lead);
+    size_t body = lead + zeros + digits.size();
+    size_t width = s.width > 0 ? static_cast<size_t>(s.width) : 0;
+    size_t fill = width > body ? width - body : 0;
+    if (s.flags & F_LEFT) {
+        *out += lead_text;
+        pad(out, zeros, u'0');
+        *out += digits;
+        pad(out, fill, u' ');
+    } else if ((s.flags & F_ZERO) && s.precision < 0) {
+        *out += lead_text;
+        pad(out, fill + zeros, u'0');
+        *out += digits;
+    } else {
+        pad(out, fill, u' ');
+        *out += lead_text;
+        pad(out, zeros, u'0');
+        *out += digits;
+    }
 }
 
 void put_string(std::u16string* out, const Format& s, std::u16string_view text, bool cut) {
@@ -242,16 +270,16 @@ void put_escape(char16_t e, std::u16string* out) {
 
 } // namespace
 
-std::u16string format_inserts(std::u16string_view text, std::span<const MsgArg> args) {
-    std::u16string out;
+void append_inserts(std::u16string& out, std::u16string_view text, std::span<const MsgArg> args) {
     size_t i = 0;
     while (i < text.size()) {
-        char16_t c = text[i++];
-        if (c != u'%') {
-            out += c;
-            continue;
-        }
-        if (i == text.size()) break; // a lone "%" at the end is dropped
+        // Plain text up to the next "%" in one piece.
+        size_t percent = text.find(u'%', i);
+        if (percent == std::u16string_view::npos) percent = text.size();
+        out.append(text.data() + i, percent - i);
+        i = percent;
+        if (i == text.size()) break;
+        if (++i == text.size()) break; // a lone "%" at the end is dropped
         char16_t e = text[i++];
         if (e == u'0') break;
         if (e >= u'1' && e <= u'9')
@@ -259,6 +287,11 @@ std::u16string format_inserts(std::u16string_view text, std::span<const MsgArg> 
         else
             put_escape(e, &out);
     }
+}
+
+std::u16string format_inserts(std::u16string_view text, std::span<const MsgArg> args) {
+    std::u16string out;
+    append_inserts(out, text, args);
     return out;
 }
 

@@ -40,5 +40,7 @@ struct MsgArg {
 // any other "%x" as x, as the platform formatter does. "%n" refers to
 // args[n-1]; a missing argument expands to nothing.
 std::u16string format_inserts(std::u16string_view text, std::span<const MsgArg> args);
+// The same, appended to `out`: a caller that formats often reuses one buffer.
+void append_inserts(std::u16string& out, std::u16string_view text, std::span<const MsgArg> args);
 
 } // namespace tarn

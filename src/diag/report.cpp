@@ -119,6 +119,11 @@ std::u16string format_message_args(uint32_t number, Args args) {
     return t ? format_inserts(t, as_span(args)) : std::u16string();
 }
 
+void append_message_args(std::u16string& out, uint32_t number, Args args) {
+    if (const char16_t* t = message_text(CODE_LIBRARY | number))
+        append_inserts(out, t, as_span(args));
+}
+
 void send_info(const std::u16string& text) {
     if (compile_state.info_callback) compile_state.info_callback(text.c_str());
 }

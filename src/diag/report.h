@@ -57,6 +57,13 @@ template <class... A> std::u16string format_message(uint32_t number, const A&...
     return format_message_args(number, {MsgArg(inserts)...});
 }
 
+// The same, appended to `out`, for lines built of several messages.
+void append_message_args(std::u16string& out, uint32_t number, std::initializer_list<MsgArg> args);
+template <class... A>
+void append_message(std::u16string& out, uint32_t number, const A&... inserts) {
+    append_message_args(out, number, {MsgArg(inserts)...});
+}
+
 // Hands a line to the information callback, if one is set.
 void send_info(const std::u16string& text);
 

@@ -30,13 +30,26 @@ bool writes_vanish() {
     return compile_state.collect_dependencies != 0 && compile_state.output_file == nullptr;
 }
 
-uint32_t write_attributes(const ResourceAttributes& a) {
-    if (uint32_t e = write_u32(a.data_version)) return e;
-    if (uint32_t e = write_u16(a.memory_flags)) return e;
-    if (uint32_t e = write_u16(a.language)) return e;
-    if (uint32_t e = write_u32(a.version)) return e;
-    return write_u32(a.characteristics);
+uint8_t* put16(uint8_t* p, uint16_t v) {
+    p[0] = uint8_t(v);
+    p[1] = uint8_t(v >> 8);
+    return p + 2;
 }
+
+uint8_t* put32(uint8_t* p, uint32_t v) {
+    return put16(put16(p, uint16_t(v)), uint16_t(v >> 16));
+}
+
+// A name's bytes as the file holds them: its units, then the terminator
+// of the string form; `name_size` of them.
+uint8_t* put_name(uint8_t* p, const NameOrOrdinal& name) {
+    if (is_ordinal(name)) return put16(put16(p, ORDINAL_MARK), ordinal_of(name));
+    for (char16_t unit : name.units) p = put16(p, unit);
+    return put16(p, 0);
+}
+
+// Up to this many bytes are laid out on the stack before one write.
+constexpr size_t LOCAL_BYTES = 512;
 
 } // namespace
 
@@ -129,20 +142,15 @@ uint32_t name_size(const NameOrOrdinal& name) {
     return 2 * (uint32_t(name.units.size()) + 1);
 }
 
-// One write for the whole name: its units little-endian, then the
-// terminator of the string form.
+// One write for the whole name.
 uint32_t write_name(const NameOrOrdinal& name) {
-    const char16_t ordinal[2] = {char16_t(ORDINAL_MARK), char16_t(ordinal_of(name))};
-    std::u16string_view units = is_ordinal(name) ? std::u16string_view(ordinal, 2) : name.units;
-    std::vector<uint8_t> bytes;
-    bytes.reserve(name_size(name));
-    for (char16_t unit : units) {
-        bytes.push_back(uint8_t(unit));
-        bytes.push_back(uint8_t(unit >> 8));
-    }
-    if (!is_ordinal(name)) bytes.insert(bytes.end(), 2, 0);
-    assert(bytes.size() == name_size(name));
-    return write_bytes(bytes.data(), uint32_t(bytes.size()));
+    uint32_t size = name_size(name);
+    uint8_t local[LOCAL_BYTES];
+    std::vector<uint8_t> large(size > sizeof local ? size : 0);
+    uint8_t* bytes = size > sizeof local ? large.data() : local;
+    [[maybe_unused]] uint8_t* end = put_name(bytes, name);
+    assert(uint32_t(end - bytes) == size);
+    return write_bytes(bytes, size);
 }
 
 uint32_t header_size(const NameOrOrdinal& type, const NameOrOrdinal& name) {
@@ -151,15 +159,23 @@ uint32_t header_size(const NameOrOrdinal& type, const NameOrOrdinal& name) {
     return size % 4 ? size + 2 : size;
 }
 
+// The whole header laid out first, then one write.
 uint32_t write_resource_header(uint32_t data_size, const ResourceAttributes& attributes,
                                const NameOrOrdinal& type, const NameOrOrdinal& name) {
-    uint32_t unpadded = 8 + name_size(type) + name_size(name);
-    if (uint32_t e = write_u32(data_size)) return e;
-    if (uint32_t e = write_u32(header_size(type, name))) return e;
-    if (uint32_t e = write_name(type)) return e;
-    if (uint32_t e = write_name(name)) return e;
-    if (uint32_t e = pad_to_4(unpadded)) return e;
-    return write_attributes(attributes);
+    uint32_t size = header_size(type, name);
+    uint8_t local[LOCAL_BYTES];
+    std::vector<uint8_t> large(size > sizeof local ? size : 0);
+    uint8_t* bytes = size > sizeof local ? large.data() : local;
+    uint8_t* p = put32(put32(bytes, data_size), size);
+    p = put_name(put_name(p, type), name);
+    while ((p - bytes) % 4) *p++ = 0;
+    p = put32(p, attributes.data_version);
+    p = put16(p, attributes.memory_flags);
+    p = put16(p, attributes.language);
+    p = put32(p, attributes.version);
+    p = put32(p, attributes.characteristics);
+    assert(uint32_t(p - bytes) == size);
+    return write_bytes(bytes, size);
 }
 
 uint32_t copy_file_rest(FileHandle input) {

@@ -82,7 +82,9 @@ AcceleratorEntry parse_accelerator() {
 uint32_t write_accelerators(const ScriptToken& name, const ResourceAttributes& attributes,
                             std::vector<AcceleratorEntry>& entries) {
     entries.back().flags |= ACCEL_LAST;
-    ResData data;
+    static ResData data; // kept from table to table: its room is reused
+    data.clear();
+    data.reserve(ACCEL_ENTRY_SIZE * entries.size());
     for (const AcceleratorEntry& e : entries) {
         data.u16(e.flags);
         data.u16(e.key);
@@ -101,7 +103,8 @@ void compile_accelerators(const ScriptToken& name) {
     parse_optional_statements(attributes, nullptr);
     show_writing(u"ACCELERATORS", &name, &attributes);
     expect(TK_BEGIN);
-    std::vector<AcceleratorEntry> entries;
+    static std::vector<AcceleratorEntry> entries; // its room reused from table to table
+    entries.clear();
     do {
         entries.push_back(parse_accelerator());
     } while (!accept(TK_END));

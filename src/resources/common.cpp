@@ -68,13 +68,18 @@ void report_at(const DefinitionPlace& place, DiagnosticCode code, const A&... in
 uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
                               const NameOrOrdinal& type, const NameOrOrdinal& name) {
     if (compile_state.extended) {
-        std::u16string key =
-            type.units + u'\0' + name.units + u'\0' + char16_t(attributes.language);
+        std::u16string key;
+        key.reserve(type.units.size() + name.units.size() + 3);
+        key.append(type.units).append(1, u'\0').append(name.units).append(1, u'\0');
+        key.append(1, char16_t(attributes.language));
         const DefinitionPlace& here = resources_state.statement_place;
-        auto [at, added] = resources_state.written.try_emplace(std::move(key), here);
+        std::vector<std::u16string>& files = resources_state.written_files;
+        if (files.empty() || files.back() != here.file) files.push_back(here.file);
+        WrittenPlace place{uint32_t(files.size() - 1), here.line};
+        auto [at, added] = resources_state.written.try_emplace(std::move(key), place);
         if (!added) {
             report_at(here, error_code(MSG_DUPLICATE_RESOURCE), name_text(type), name_text(name),
-                      unsigned(attributes.language), at->second.file, at->second.line);
+                      unsigned(attributes.language), files[at->second.file], at->second.line);
             return WRITE_SKIPPED;
         }
     }
@@ -139,14 +144,17 @@ bool fits_16(uint64_t value, const char16_t* what) {
 void show_writing(const std::u16string& type_text, const ScriptToken* name,
                   const ResourceAttributes* attributes) {
     if (!compile_state.info_callback) return;
-    std::u16string line = format_message(MSG_WRITING, type_text);
+    // One line per resource: the buffer is kept, so a line costs no allocation.
+    static std::u16string line;
+    line.clear();
+    append_message(line, MSG_WRITING, type_text);
     if (name && name->kind == TK_NUMBER)
-        line += format_message(MSG_WRITING_ID, int(number_value(*name)));
+        append_message(line, MSG_WRITING_ID, int(number_value(*name)));
     else if (name)
-        line += format_message(MSG_WRITING_NAME, std::u16string(name->text, name->length));
-    if (attributes) line += format_message(MSG_WRITING_LANGUAGE, unsigned(attributes->language));
+        append_message(line, MSG_WRITING_NAME, static_cast<const char16_t*>(name->text));
+    if (attributes) append_message(line, MSG_WRITING_LANGUAGE, unsigned(attributes->language));
     if (compile_state.output_file)
-        line += format_message(MSG_WRITING_OFFSET, unsigned(output_position()));
+        append_message(line, MSG_WRITING_OFFSET, unsigned(output_position()));
     send_info(line);
 }
 

@@ -69,18 +69,51 @@ const ControlKeyword* find_control_keyword(int32_t kind) {
     return nullptr;
 }
 
-NameOrOrdinal class_from_string(const std::u16string& s) {
+NameOrOrdinal class_from_string(std::u16string s) {
     for (const PredefinedClass& c : predefined_classes)
         if (equal_ignore_case(s, c.name)) return make_ordinal(c.ordinal);
-    return make_name(s);
+    return NameOrOrdinal{std::move(s)};
 }
 
 // A string literal (consumed) or a number standing for an ordinal.
-NameOrOrdinal parse_text_or_ordinal() {
-    if (!is_string(token.kind)) return make_ordinal(uint16_t(parse_expr16(true)));
-    NameOrOrdinal text = make_name(token_string());
+ControlText parse_control_text(DialogOptions& d) {
+    ControlText t;
+    if (!is_string(token.kind)) {
+        t.is_ordinal = true;
+        t.ordinal = uint16_t(parse_expr16(true));
+        return t;
+    }
+    std::u16string_view text(token.text); // up to its first zero, as stored
+    t.at = uint32_t(d.texts.size());
+    t.length = uint32_t(text.size());
+    d.texts += text;
     next_token();
-    return text;
+    return t;
+}
+
+// A text is written as a name is: one that starts with the ordinal mark
+// reads as an ordinal.
+std::u16string_view text_units(const DialogOptions& d, const ControlText& t) {
+    return std::u16string_view(d.texts).substr(t.at, t.length);
+}
+
+uint32_t text_size(const DialogOptions& d, const ControlText& t) {
+    std::u16string_view units = text_units(d, t);
+    if (t.is_ordinal || (!units.empty() && units[0] == ORDINAL_MARK)) return 4;
+    return string_size(units);
+}
+
+void put_text(ResData& out, const DialogOptions& d, const ControlText& t) {
+    std::u16string_view units = text_units(d, t);
+    if (t.is_ordinal) {
+        out.u16(ORDINAL_MARK);
+        out.u16(t.ordinal);
+    } else if (!units.empty() && units[0] == ORDINAL_MARK) {
+        out.u16(ORDINAL_MARK);
+        out.u16(units.size() > 1 ? units[1] : 0);
+    } else {
+        out.str(units);
+    }
 }
 
 // Whether the token can start a coordinate: commas between the fields are
@@ -113,7 +146,7 @@ void add_control(DialogOptions& dialog, const ControlKeyword& keyword) {
     c.class_name = make_ordinal(keyword.class_ordinal);
     next_token();
     if (keyword.class_ordinal == CLASS_BUTTON || keyword.class_ordinal == CLASS_STATIC)
-        c.text = parse_text_or_ordinal();
+        c.text = parse_control_text(dialog);
     accept(TK_COMMA);
     c.id = parse_control_id(dialog);
     parse_control_rect(c, keyword.kind == TK_ICON && compile_state.extended);
@@ -127,7 +160,7 @@ void add_control(DialogOptions& dialog, const ControlKeyword& keyword) {
 void add_generic_control(DialogOptions& dialog, uint32_t style) {
     DialogControl& c = dialog.controls.emplace_back();
     next_token();
-    c.text = parse_text_or_ordinal();
+    c.text = parse_control_text(dialog);
     accept(TK_COMMA);
     c.id = parse_control_id(dialog);
     accept(TK_COMMA);
@@ -164,7 +197,8 @@ uint32_t dialog_size(const DialogOptions& d) {
     for (const DialogControl& c : d.controls) {
         if (size % 4) size += 2;
         size += d.extended ? CONTROLEX_HEADER : CONTROL_HEADER;
-        size += name_size(c.class_name) + name_size(c.text) + 2 + uint32_t(c.creation_data.size());
+        size +=
+            name_size(c.class_name) + text_size(d, c.text) + 2 + uint32_t(c.creation_data.size());
     }
     return size;
 }
@@ -206,7 +240,8 @@ void put_dialog_header(ResData& out, const DialogOptions& d) {
     out.pad4();
 }
 
-void put_control(ResData& out, const DialogControl& c, bool extended) {
+void put_control(ResData& out, const DialogOptions& d, const DialogControl& c) {
+    bool extended = d.extended;
     if (extended) {
         out.u32(c.help_id);
         out.u32(c.extended_style);
@@ -221,7 +256,7 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
     else
         out.u16(uint16_t(c.id));
     out.name(c.class_name);
-    out.name(c.text);
+    put_text(out, d, c.text);
     out.u16(uint16_t(c.creation_data.size()));
     out.raw(c.creation_data.data(), c.creation_data.size());
     out.pad4();
@@ -230,10 +265,11 @@ void put_control(ResData& out, const DialogControl& c, bool extended) {
 uint32_t write_dialog(const ScriptToken& name, const ResourceAttributes& attributes,
                       const DialogOptions& d) {
     uint32_t size = dialog_size(d);
-    ResData data;
+    static ResData data; // kept from dialog to dialog: its room is reused
+    data.clear();
     data.reserve(size + 3);
     put_dialog_header(data, d);
-    for (const DialogControl& c : d.controls) put_control(data, c, d.extended);
+    for (const DialogControl& c : d.controls) put_control(data, d, c);
     return write_resource(size, attributes, make_ordinal(RT_DIALOG), name_of(name), data);
 }
 
@@ -260,7 +296,7 @@ void parse_dialog_menu(DialogOptions& d) {
         d.menu = make_ordinal(uint16_t(parse_expr16(true)));
         return;
     }
-    d.menu = make_name(token_string());
+    d.menu = NameOrOrdinal{token_string()};
     next_token();
 }
 
@@ -287,7 +323,7 @@ bool parse_dialog_option(DialogOptions& d) {
         break;
     case TK_CLASS:
         if (is_string(token.kind)) {
-            d.class_name = make_name(token_string());
+            d.class_name = NameOrOrdinal{token_string()};
             next_token();
         } else {
             d.class_name = make_ordinal(uint16_t(parse_expr16(true)));
@@ -311,7 +347,15 @@ bool parse_dialog_option(DialogOptions& d) {
 }
 
 void compile_dialog(const ScriptToken& name, int extended) {
-    DialogOptions d;
+    // Kept from dialog to dialog: the controls and their texts reuse the
+    // room of those before, and every other field starts afresh.
+    static DialogOptions d;
+    DialogOptions fresh;
+    fresh.controls.swap(d.controls);
+    fresh.texts.swap(d.texts);
+    d = std::move(fresh);
+    d.controls.clear();
+    d.texts.clear();
     d.extended = extended != 0;
     ResourceAttributes attributes = default_attributes_copy();
     attributes.memory_flags = parse_memory_flags(MEM_MOVEABLE | MEM_PURE | MEM_DISCARDABLE);

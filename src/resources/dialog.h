@@ -11,19 +11,28 @@
 
 namespace tarn {
 
+// A control's text: an ordinal, or units kept in its dialog's `texts`
+// (one buffer for all of them, so that a control costs no allocation).
+struct ControlText {
+    bool is_ordinal = false;
+    uint16_t ordinal = 0;
+    uint32_t at = 0, length = 0;
+};
+
 struct DialogControl {
     uint32_t extended_style = 0;
     uint32_t style = 0;
     int16_t x = 0, y = 0, cx = 0, cy = 0;
     uint32_t id = 0; // 16 bits but in the extended dialect's DIALOGEX
     uint32_t help_id = 0;
-    NameOrOrdinal class_name; // empty: written as the empty string
-    NameOrOrdinal text;
+    NameOrOrdinal class_name;           // empty: written as the empty string
+    ControlText text;                   // none: the empty string
     std::vector<uint8_t> creation_data; // DIALOGEX only
 };
 
 struct DialogOptions {
     std::vector<DialogControl> controls;
+    std::u16string texts; // the controls' texts, one after another
     bool extended = false;
     bool style_given = false;
     uint32_t extended_style = 0;

@@ -1,8 +1,8 @@
 // MENU and MENUEX: a menu bar with nested popups, parsed into a tree of
 // MenuNodes and written as one resource, in the classic layout or the
 // extended one.
-#include <memory>
-#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "diag/report.h"
@@ -24,17 +24,52 @@ constexpr uint16_t MFR_END = 0x80;
 constexpr int MENU_LEVELS = 8; // the menu itself and at most 7 open popups
 constexpr uint32_t MENU_HEADER = 4, MENUEX_HEADER = 8;
 
+// The nodes of the menu being parsed lie in one array in script order, each
+// linked to its first child and next sibling, and their texts in one
+// buffer: both are kept from menu to menu, so that a menu of hundreds of
+// items costs no allocation each.
+constexpr uint32_t NO_NODE = UINT32_MAX;
+
 struct MenuNode {
     uint16_t flags = 0;
     uint16_t id = 0;
     uint32_t type = 0;
     uint32_t state = 0;
     uint32_t help_id = 0;
-    std::vector<std::unique_ptr<MenuNode>> children;
-    std::optional<std::u16string> text;
+    uint32_t first_child = NO_NODE, last_child = NO_NODE, next = NO_NODE;
+    uint32_t text_at = 0, text_length = 0; // in MenuTree::texts; none: empty
 
     bool is_popup() const { return flags & MF_POPUP; }
 };
+
+struct MenuTree {
+    std::vector<MenuNode> nodes;
+    std::u16string texts;
+};
+MenuTree tree;
+
+MenuNode& node_at(uint32_t i) {
+    return tree.nodes[i];
+}
+
+std::u16string_view text_of(const MenuNode& n) {
+    return std::u16string_view(tree.texts).substr(n.text_at, n.text_length);
+}
+
+// A new last child of `parent` (NO_NODE for the menu itself).
+uint32_t add_node(uint32_t parent) {
+    auto at = uint32_t(tree.nodes.size());
+    tree.nodes.emplace_back();
+    if (parent != NO_NODE) {
+        MenuNode& p = node_at(parent);
+        if (p.last_child == NO_NODE)
+            p.first_child = at;
+        else
+            node_at(p.last_child).next = at;
+        p.last_child = at;
+    }
+    return at;
+}
 
 struct MenuOption {
     int32_t kind;
@@ -46,75 +81,82 @@ constexpr MenuOption menu_options[] = {
     {TK_MENUBARBREAK, 0x0020}, {TK_MENUBREAK, 0x0040}, {TK_HELP, 0x4000},
 };
 
-void parse_menu_options(MenuNode& node) {
+void parse_menu_options(uint32_t at) {
     for (;;) {
         accept(TK_COMMA);
         const MenuOption* found = nullptr;
         for (const MenuOption& o : menu_options)
             if (token.kind == o.kind) found = &o;
         if (!found) return;
-        node.flags |= found->flag;
+        node_at(at).flags |= found->flag;
         next_token();
     }
 }
 
-void parse_item_text(MenuNode& node) {
-    if (is_string(token.kind)) node.text = token_string();
+void parse_item_text(uint32_t at) {
+    if (is_string(token.kind)) {
+        std::u16string_view text(token.text); // up to its first zero, as stored
+        MenuNode& node = node_at(at);
+        node.text_at = uint32_t(tree.texts.size());
+        node.text_length = uint32_t(text.size());
+        tree.texts += text;
+    }
     expect(TK_STRING);
 }
 
 // MENUEX fields, each only after a comma; a comma with nothing after it
 // gives 0.
-void parse_ex_fields(MenuNode& node, bool popup) {
+void parse_ex_fields(uint32_t at, bool popup) {
     if (!accept(TK_COMMA)) return;
-    node.id = uint16_t(parse_expr16(false));
+    node_at(at).id = uint16_t(parse_expr16(false));
     if (!accept(TK_COMMA)) return;
-    node.type = parse_expr(false);
+    node_at(at).type = parse_expr(false);
     if (!accept(TK_COMMA)) return;
-    node.state = parse_expr(false);
-    if (popup && accept(TK_COMMA)) node.help_id = parse_expr(false);
+    node_at(at).state = parse_expr(false);
+    if (popup && accept(TK_COMMA)) node_at(at).help_id = parse_expr(false);
 }
 
-std::unique_ptr<MenuNode> parse_menuitem(bool extended) {
-    auto node = std::make_unique<MenuNode>();
+void parse_menuitem(uint32_t parent, bool extended) {
+    uint32_t at = add_node(parent);
     next_token();
     if (extended && compile_state.extended && accept(TK_SEPARATOR)) {
-        node->type = MFT_SEPARATOR; // and no text
+        node_at(at).type = MFT_SEPARATOR; // and no text
     } else if (extended) {
-        parse_item_text(*node);
-        parse_ex_fields(*node, false);
+        parse_item_text(at);
+        parse_ex_fields(at, false);
     } else if (is_string(token.kind)) {
-        parse_item_text(*node);
+        parse_item_text(at);
         accept(TK_COMMA);
-        node->id = uint16_t(parse_expr16(true));
-        parse_menu_options(*node);
+        uint16_t id = uint16_t(parse_expr16(true));
+        node_at(at).id = id;
+        parse_menu_options(at);
     } else {
         expect(TK_SEPARATOR);
-        node->flags = MF_SEPARATOR_MARK;
+        node_at(at).flags = MF_SEPARATOR_MARK;
     }
-    return node;
 }
 
-std::unique_ptr<MenuNode> parse_popup(bool extended) {
-    auto node = std::make_unique<MenuNode>();
-    node->flags = MF_POPUP;
+uint32_t parse_popup(uint32_t parent, bool extended) {
+    uint32_t at = add_node(parent);
+    node_at(at).flags = MF_POPUP;
     next_token();
-    parse_item_text(*node);
+    parse_item_text(at);
     if (extended)
-        parse_ex_fields(*node, true);
+        parse_ex_fields(at, true);
     else
-        parse_menu_options(*node);
+        parse_menu_options(at);
     expect(TK_BEGIN);
-    return node;
+    return at;
 }
 
 uint32_t menu_size(const MenuNode& level) {
     uint32_t size = 0;
-    for (const auto& c : level.children) {
-        uint32_t text = string_size(c->text.value_or(u""));
-        if (c->is_popup())
-            size += 2 + text + menu_size(*c);
-        else if (c->flags & MF_SEPARATOR_MARK)
+    for (uint32_t i = level.first_child; i != NO_NODE; i = node_at(i).next) {
+        const MenuNode& c = node_at(i);
+        uint32_t text = string_size(text_of(c));
+        if (c.is_popup())
+            size += 2 + text + menu_size(c);
+        else if (c.flags & MF_SEPARATOR_MARK)
             size += 6;
         else
             size += 4 + text;
@@ -123,51 +165,55 @@ uint32_t menu_size(const MenuNode& level) {
 }
 
 void put_menu(ResData& out, const MenuNode& level) {
-    for (const auto& c : level.children) {
-        if (c->is_popup()) {
-            out.u16(c->flags);
-            out.str(c->text.value_or(u""));
-            put_menu(out, *c);
-        } else if (c->flags & MF_SEPARATOR_MARK) {
-            out.u16(c->flags & ~MF_SEPARATOR_MARK);
+    for (uint32_t i = level.first_child; i != NO_NODE; i = node_at(i).next) {
+        const MenuNode& c = node_at(i);
+        if (c.is_popup()) {
+            out.u16(c.flags);
+            out.str(text_of(c));
+            put_menu(out, c);
+        } else if (c.flags & MF_SEPARATOR_MARK) {
+            out.u16(c.flags & ~MF_SEPARATOR_MARK);
             out.u32(0); // id 0 and an empty text
         } else {
-            out.u16(c->flags);
-            out.u16(c->id);
-            out.str(c->text.value_or(u""));
+            out.u16(c.flags);
+            out.u16(c.id);
+            out.str(text_of(c));
         }
     }
 }
 
 uint32_t menuex_size(const MenuNode& level) {
     uint32_t size = 0;
-    for (const auto& c : level.children) {
-        size += string_size(c->text.value_or(u""));
-        size += c->is_popup() ? 18 + menuex_size(*c) : 14;
+    for (uint32_t i = level.first_child; i != NO_NODE; i = node_at(i).next) {
+        const MenuNode& c = node_at(i);
+        size += string_size(text_of(c));
+        size += c.is_popup() ? 18 + menuex_size(c) : 14;
         if (size % 4) size += 2;
     }
     return size;
 }
 
 void put_menuex(ResData& out, const MenuNode& level) {
-    for (const auto& c : level.children) {
-        out.u32(c->type);
-        out.u32(c->state);
-        out.u32(uint32_t(int32_t(int16_t(c->id)))); // sign-extended, as kept
-        uint16_t info = (c->flags & MF_END) ? MFR_END : 0;
-        if (c->is_popup()) info |= MFR_POPUP;
+    for (uint32_t i = level.first_child; i != NO_NODE; i = node_at(i).next) {
+        const MenuNode& c = node_at(i);
+        out.u32(c.type);
+        out.u32(c.state);
+        out.u32(uint32_t(int32_t(int16_t(c.id)))); // sign-extended, as kept
+        uint16_t info = (c.flags & MF_END) ? MFR_END : 0;
+        if (c.is_popup()) info |= MFR_POPUP;
         out.u16(info);
-        out.str(c->text.value_or(u""));
+        out.str(text_of(c));
         out.pad4();
-        if (!c->is_popup()) continue;
-        out.u32(c->help_id);
-        put_menuex(out, *c);
+        if (!c.is_popup()) continue;
+        out.u32(c.help_id);
+        put_menuex(out, c);
     }
 }
 
 uint32_t write_menu(const ScriptToken& name, const ResourceAttributes& attributes,
                     const MenuNode& root, bool extended) {
-    ResData data;
+    static ResData data; // kept from menu to menu: its room is reused
+    data.clear();
     uint32_t size;
     if (extended) {
         data.u16(1); // version
@@ -191,25 +237,26 @@ void compile_menu(const ScriptToken& name, int extended) {
     parse_optional_statements(attributes, nullptr);
     show_writing(extended ? u"MENUEX" : u"MENU", &name, &attributes);
     expect(TK_BEGIN);
-    // levels[0] is the menu itself; each open popup is owned here until its
-    // END hands it to its parent, which keeps the script order.
-    std::unique_ptr<MenuNode> levels[MENU_LEVELS];
-    levels[0] = std::make_unique<MenuNode>();
+    // levels[0] is the menu itself, then each open popup; a node joins its
+    // parent when it starts, which keeps the script order.
+    tree.nodes.clear();
+    tree.texts.clear();
+    uint32_t levels[MENU_LEVELS];
+    levels[0] = add_node(NO_NODE);
     int depth = 0;
     for (;;) {
         if (token.kind == TK_MENUITEM) {
-            levels[depth]->children.push_back(parse_menuitem(extended));
+            parse_menuitem(levels[depth], extended);
         } else if (token.kind == TK_POPUP && depth + 1 < MENU_LEVELS) {
-            depth++;
-            levels[depth] = parse_popup(extended);
+            uint32_t popup = parse_popup(levels[depth], extended);
+            levels[++depth] = popup;
         } else if (token.kind == TK_END) {
-            MenuNode& level = *levels[depth];
-            if (!level.children.empty()) level.children.back()->flags |= MF_END;
-            if (depth > 0) levels[depth - 1]->children.push_back(std::move(levels[depth]));
+            uint32_t last = node_at(levels[depth]).last_child;
+            if (last != NO_NODE) node_at(last).flags |= MF_END;
             depth--;
             next_token();
             if (depth < 0) {
-                report(write_menu(name, attributes, *levels[0], extended));
+                report(write_menu(name, attributes, node_at(levels[0]), extended));
                 return;
             }
         } else {

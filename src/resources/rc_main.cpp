@@ -96,9 +96,10 @@ void keep_token(ScriptToken& kept, const ScriptToken& t) {
 // so one place each serves every statement.
 void named_statement() {
     static ScriptToken name, type;
-    if (compile_state.extended) // the place of its name, for the duplicate check
-        resources_state.statement_place = {script_location.script_file,
-                                           script_location.script_line};
+    if (compile_state.extended) { // the place of its name, for the duplicate check
+        resources_state.statement_place.file.assign(script_location.script_file); // room kept
+        resources_state.statement_place.line = script_location.script_line;
+    }
     keep_token(name, token);
     if (name.kind == TK_NAME) upper_case(name);
     next_token();

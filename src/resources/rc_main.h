@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace tarn {
 
@@ -13,11 +14,20 @@ struct DefinitionPlace {
     uint32_t line = 0;
 };
 
+// A written resource's place: its file as an index into `written_files`.
+struct WrittenPlace {
+    uint32_t file = 0;
+    uint32_t line = 0;
+};
+
 struct ResourcesState {
     std::u16string main_input;       // the script's path; resource files are found from it
     DefinitionPlace statement_place; // where the statement being compiled starts
-    // Type, name and language of every resource written (extended dialect).
-    std::unordered_map<std::u16string, DefinitionPlace> written;
+    // Type, name and language of every resource written (extended dialect),
+    // and the files they come from, a file once for each run of resources
+    // from it: a resource costs no copy of its file's path.
+    std::unordered_map<std::u16string, WrittenPlace> written;
+    std::vector<std::u16string> written_files;
 };
 extern ResourcesState resources_state;
 

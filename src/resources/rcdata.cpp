@@ -17,7 +17,9 @@ constexpr uint16_t RCDATA_FLAGS = 0x0030;
 constexpr uint16_t USER_RESOURCE_FLAGS = 0x0030;
 
 void append_le(std::vector<uint8_t>& data, uint32_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) data.push_back(uint8_t(value >> (8 * i)));
+    size_t at = data.size();
+    data.resize(at + size_t(bytes));
+    for (int i = 0; i < bytes; ++i) data[at + size_t(i)] = uint8_t(value >> (8 * i));
 }
 
 // One item: a string (see append_string_item), or a number in 4 bytes when
@@ -31,8 +33,10 @@ void read_item(std::vector<uint8_t>& data) {
     append_le(data, parse_expr(true), is_long ? 4 : 2);
 }
 
-std::vector<uint8_t> read_items() {
-    std::vector<uint8_t> data;
+// The items' bytes, in a buffer kept from resource to resource.
+const std::vector<uint8_t>& read_items() {
+    static std::vector<uint8_t> data;
+    data.clear();
     expect(TK_BEGIN);
     while (!accept(TK_END)) {
         if (accept(TK_COMMA)) continue; // a stray comma is passed over
@@ -59,10 +63,19 @@ std::u16string user_type_text(const ScriptToken& type) {
 } // namespace
 
 void append_string_item(std::vector<uint8_t>& data) {
-    bool whole_units = token.kind == TK_WSTRING && compile_state.extended;
-    for (size_t i = 0; i < token.length; ++i) {
-        data.push_back(uint8_t(token.text[i]));
-        if (token.kind == TK_WSTRING) data.push_back(whole_units ? uint8_t(token.text[i] >> 8) : 0);
+    bool wide = token.kind == TK_WSTRING;
+    uint8_t high_mask = wide && compile_state.extended ? 0xFF : 0;
+    const char16_t* units = token.text.data();
+    size_t at = data.size();
+    data.resize(at + token.length * (wide ? 2 : 1));
+    uint8_t* out = data.data() + at;
+    if (wide) {
+        for (size_t i = 0; i < token.length; ++i) {
+            out[2 * i] = uint8_t(units[i]);
+            out[2 * i + 1] = uint8_t(units[i] >> 8) & high_mask;
+        }
+    } else {
+        for (size_t i = 0; i < token.length; ++i) out[i] = uint8_t(units[i]);
     }
     next_token();
 }
@@ -81,7 +94,7 @@ void compile_rcdata(const ScriptToken& name) {
         copy_named_file(name_of(name), make_ordinal(RT_RCDATA), attributes.memory_flags);
         return;
     }
-    std::vector<uint8_t> data = read_items();
+    const std::vector<uint8_t>& data = read_items();
     report(write_rcdata(name_of(name), make_ordinal(RT_RCDATA), attributes, data));
 }
 
@@ -107,7 +120,7 @@ void compile_user_resource(const ScriptToken& name, const ScriptToken& type) {
         copy_named_file(resource, type_name, flags);
         return;
     }
-    std::vector<uint8_t> data = read_items();
+    const std::vector<uint8_t>& data = read_items();
     inline_attributes.memory_flags = flags;
     report(write_rcdata(resource, type_name, inline_attributes, data));
 }

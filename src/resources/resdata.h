@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -19,6 +20,8 @@ namespace tarn {
 struct ResData {
     uint32_t size() const { return uint32_t(used); }
     const uint8_t* data() const { return buffer.get(); }
+    // Empty again, keeping the room.
+    void clear() { used = 0; }
     // Room for n bytes more without growing, for a layout of known size.
     void reserve(size_t n) {
         if (capacity - used < n) grow(n);
@@ -35,9 +38,10 @@ struct ResData {
     }
     // A zero-terminated UTF-16 string.
     void str(std::u16string_view s) {
+        static_assert(std::endian::native == std::endian::little); // units as the file keeps them
         uint8_t* p = room(2 * (s.size() + 1));
-        for (char16_t c : s) p = put16(p, c);
-        put16(p, 0);
+        if (!s.empty()) std::memcpy(p, s.data(), 2 * s.size());
+        put16(p + 2 * s.size(), 0);
     }
     void name(const NameOrOrdinal& n) {
         if (is_ordinal(n)) {

@@ -54,10 +54,11 @@ int binding(int32_t kind) {
     }
 }
 
-// Operators binding at least `least`, left to right: one look at each
-// token after an operand, whatever the level.
-uint32_t parse_binary(int least, bool required) {
-    uint32_t value = parse_unary(required);
+uint32_t parse_binary(int least, bool required);
+
+// Operators binding at least `least` after the operand `value`, left to
+// right: one look at each token after an operand, whatever the level.
+uint32_t climb(uint32_t value, int least, bool required) {
     for (;;) {
         int32_t op = token.kind;
         int level = binding(op);
@@ -85,6 +86,10 @@ uint32_t parse_binary(int least, bool required) {
             break;
         }
     }
+}
+
+uint32_t parse_binary(int least, bool required) {
+    return climb(parse_unary(required), least, required);
 }
 
 uint32_t parse_unary(bool required) {
@@ -122,6 +127,11 @@ uint32_t parse_style_term(uint32_t value) {
 } // namespace
 
 uint32_t parse_expr(bool required) {
+    if (token.kind == TK_NUMBER) { // most operands stand alone
+        uint32_t value = number_value(token);
+        next_token();
+        return binding(token.kind) ? climb(value, 1, required) : value;
+    }
     return parse_binary(1, required);
 }
 
@@ -135,8 +145,14 @@ uint32_t parse_style(uint32_t start) {
     int32_t k = token.kind;
     if (k != TK_LPAREN && k != TK_NOT && k != TK_NUMBER) return start;
     uint32_t value = start;
-    do value = parse_style_term(value);
-    while (accept(TK_BAR));
+    do {
+        if (token.kind == TK_NUMBER && nesting < MAX_NESTING) { // a plain number, the usual term
+            value |= number_value(token);
+            next_token();
+        } else {
+            value = parse_style_term(value);
+        }
+    } while (accept(TK_BAR));
     return value;
 }
 

@@ -9,6 +9,10 @@
 #include <cstring>
 #include <string_view>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "cpp/preprocessor.h"
 #include "diag/report.h"
 #include "support/platform.h"
@@ -30,7 +34,8 @@ constexpr size_t STRING_UNITS = TOKEN_TEXT_UNITS - 1; // 4095
 // `end` while nothing is pushed back and 0 otherwise, so that the common
 // case of get_char is one comparison.
 struct LexerInput {
-    char16_t block[BLOCK_UNITS];
+    char16_t block[BLOCK_UNITS + 1]; // a zero after the text ends every scan
+
     size_t pos = 0;
     size_t end = 0;
     size_t ready = 0;
@@ -101,6 +106,7 @@ bool has_class(char16_t c, uint8_t cls) {
     if (input.pos == input.end) {
         input.pos = 0;
         input.end = input.ready = input.source(input.block, BLOCK_UNITS);
+        input.block[input.end] = 0;
         if (input.end == 0) return 0;
     }
     return input.block[input.pos++];
@@ -145,10 +151,16 @@ bool is_blank(char16_t c) {
     return c == u' ' || c == u'\t';
 }
 
+constexpr std::array<int8_t, 128> hex_values = [] {
+    std::array<int8_t, 128> t{};
+    for (size_t c = 0; c < 128; ++c)
+        t[c] = (ascii_classes[c] & CH_HEX) ? int8_t(c <= u'9' ? c - u'0' : (c | 0x20) - u'a' + 10)
+                                           : -1;
+    return t;
+}();
+
 int hex_value(char16_t c) {
-    if (!has_class(c, CH_HEX)) return -1;
-    if (c <= u'9') return c - u'0';
-    return (c | 0x20) - u'a' + 10;
+    return c < 128 ? hex_values[c] : -1;
 }
 
 bool is_name_char(char16_t c) {
@@ -165,49 +177,53 @@ constexpr size_t LONGEST_KEYWORD = [] {
     return longest;
 }();
 
-// The part of the sorted keywords that starts with each letter: the binary
-// search runs over that part only.
-struct KeywordRange {
-    uint8_t low = 0, high = 0;
-};
-constexpr std::array<KeywordRange, 26> keyword_ranges = [] {
-    std::array<KeywordRange, 26> r{};
-    for (size_t i = KEYWORD_COUNT; i-- > 0;) {
-        KeywordRange& letter = r[keywords[i][0] - u'a'];
-        if (letter.high == 0) letter.high = uint8_t(i + 1);
-        letter.low = uint8_t(i);
-    }
-    return r;
-}();
+// The keywords in an open-addressed table keyed by length and the first,
+// second and last units with their case bit set (every keyword unit is a
+// lower-case letter or a digit, which already has it): one probe or two for
+// most names, where a search through the sorted list costs a dozen compares.
+constexpr size_t KEYWORD_SLOTS = 256;
 
-int compare_folded(const char16_t* folded, const char16_t* keyword) {
-    for (;; ++folded, ++keyword) {
-        if (*folded != *keyword) return *folded < *keyword ? -1 : 1;
-        if (*folded == 0) return 0;
-    }
+constexpr size_t keyword_hash(char16_t first, char16_t second, char16_t last, size_t n) {
+    return (size_t(first | 0x20) * 7 + size_t(second | 0x20) * 3 + size_t(last | 0x20) * 5 +
+            n * 11) %
+           KEYWORD_SLOTS;
 }
 
-// Case-insensitive: the name is folded to lower case once. A name longer
-// than every keyword is none.
-int32_t keyword_kind(const char16_t* name) {
-    char16_t folded[LONGEST_KEYWORD + 1];
-    size_t n = 0;
-    for (; name[n]; ++n) {
-        if (n == LONGEST_KEYWORD) return TK_NAME;
-        folded[n] = fold(name[n]);
+struct KeywordSlot {
+    uint8_t entry = 0; // keyword index + 1; 0: empty
+    uint8_t length = 0;
+};
+
+constexpr std::array<KeywordSlot, KEYWORD_SLOTS> keyword_slots = [] {
+    std::array<KeywordSlot, KEYWORD_SLOTS> t{};
+    for (size_t i = 0; i < KEYWORD_COUNT; ++i) {
+        std::u16string_view k = keywords[i];
+        size_t h = keyword_hash(k[0], k[1], k.back(), k.size());
+        while (t[h].entry) h = (h + 1) % KEYWORD_SLOTS;
+        t[h] = {uint8_t(i + 1), uint8_t(k.size())};
     }
-    folded[n] = 0;
-    if (folded[0] < u'a' || folded[0] > u'z') return TK_NAME;
-    size_t low = keyword_ranges[folded[0] - u'a'].low;
-    size_t high = keyword_ranges[folded[0] - u'a'].high;
-    while (low < high) {
-        size_t mid = (low + high) / 2;
-        int c = compare_folded(folded, keywords[mid]);
-        if (c == 0) return TK_FIRST_KEYWORD + int32_t(mid);
-        if (c < 0)
-            high = mid;
-        else
-            low = mid + 1;
+    return t;
+}();
+
+// Case-insensitive. A name longer than every keyword, or shorter than all,
+// is none.
+int32_t keyword_kind(const char16_t* name, size_t n) {
+    if (n < 3 || n > LONGEST_KEYWORD) return TK_NAME;
+    for (size_t h = keyword_hash(name[0], name[1], name[n - 1], n); keyword_slots[h].entry;
+         h = (h + 1) % KEYWORD_SLOTS) {
+        if (keyword_slots[h].length != n) continue;
+        const char16_t* k = keywords[keyword_slots[h].entry - 1];
+        // Four units at a time, then one by one. A unit above ASCII never
+        // matches: it keeps its high bits.
+        constexpr uint64_t CASE_BITS = 0x0020002000200020u;
+        size_t i = 0;
+        for (uint64_t a, b; i + 4 <= n; i += 4) {
+            std::memcpy(&a, name + i, sizeof a);
+            std::memcpy(&b, k + i, sizeof b);
+            if ((a | CASE_BITS) != b) break;
+        }
+        while (i < n && char16_t(name[i] | 0x20) == k[i]) ++i;
+        if (i == n) return TK_FIRST_KEYWORD + keyword_slots[h].entry - 1;
     }
     return TK_NAME;
 }
@@ -284,7 +300,26 @@ void read_name(char16_t first) {
     if (n < limit) push_back(c);
     token.text[n] = 0;
     token.length = n;
-    token.kind = keyword_kind(token.text);
+    token.kind = keyword_kind(token.text, n);
+}
+
+// The one-letter escapes and the units they stand for ("\\a" is a backspace
+// too); 0 for any other unit.
+struct SimpleEscape {
+    char16_t c, value;
+};
+constexpr SimpleEscape simple_escapes[] = {
+    {u'a', 8},  {u'b', 8},  {u'f', 12}, {u'n', 10},  {u'r', 13},  {u't', 9},
+    {u'v', 11}, {u'?', 63}, {u'"', 34}, {u'\'', 39}, {u'\\', 92},
+};
+constexpr std::array<char16_t, 128> simple_escape_values = [] {
+    std::array<char16_t, 128> t{};
+    for (const SimpleEscape& e : simple_escapes) t[e.c] = e.value;
+    return t;
+}();
+
+char16_t simple_escape(char16_t c) {
+    return c < 128 ? simple_escape_values[c] : 0;
 }
 
 // Collects the units of a literal, dropping those beyond the limit (none
@@ -316,13 +351,6 @@ struct LiteralText {
 // any number of digits, except in the wide pieces of the extended dialect,
 // where four make one unit as a C compiler reads them.
 void read_escape(LiteralText& out, bool wide) {
-    struct Simple {
-        char16_t c, value;
-    };
-    static constexpr Simple simple[] = {
-        {u'a', 8},  {u'b', 8},  {u'f', 12}, {u'n', 10},  {u'r', 13},  {u't', 9},
-        {u'v', 11}, {u'?', 63}, {u'"', 34}, {u'\'', 39}, {u'\\', 92},
-    };
     char16_t c = get_char();
     if (is_octal(c)) {
         char16_t value = c - u'0';
@@ -342,8 +370,7 @@ void read_escape(LiteralText& out, bool wide) {
         out.put(value);
         return;
     }
-    for (const Simple& s : simple)
-        if (s.c == c) return out.put(s.value);
+    if (char16_t value = simple_escape(c)) return out.put(value);
     out.put(u'\\');
     if (c != 0)
         out.put(c);
@@ -351,26 +378,45 @@ void read_escape(LiteralText& out, bool wide) {
         push_back(c);
 }
 
-// After the opening double quote. Narrow strings separated by blanks join.
-// The units of a literal up to the next quote, backslash or zero, in bulk.
-void take_plain_units(LiteralText& out) {
+// The first unit from `pos` on (before `end`) that ends a run of plain
+// literal text: a quote, a backslash or a zero; `end` if none does.
+size_t plain_run_end(const char16_t* b, size_t pos, size_t end) {
+#if defined(__SSE2__)
+    const __m128i quote = _mm_set1_epi16(u'"'), backslash = _mm_set1_epi16(u'\\');
+    const __m128i zero = _mm_setzero_si128();
+    for (; pos + 8 <= end; pos += 8) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + pos));
+        __m128i hit =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
+                         _mm_cmpeq_epi16(v, zero));
+        if (int mask = _mm_movemask_epi8(hit))
+            return pos + size_t(__builtin_ctz(unsigned(mask))) / 2;
+    }
+#else
     // Four units at a time while none of them ends the run (a zero lane
-    // test on each of the three values), then unit by unit.
+    // test on each of the three values).
     constexpr uint64_t ONES = 0x0001000100010001u, HIGHS = 0x8000800080008000u;
     auto any_zero = [](uint64_t v) { return (v - ONES) & ~v & HIGHS; };
-    size_t start = input.pos, end = start;
-    while (end + 4 <= input.ready) {
+    for (; pos + 4 <= end; pos += 4) {
         uint64_t four;
-        std::memcpy(&four, input.block + end, sizeof four);
+        std::memcpy(&four, b + pos, sizeof four);
         if (any_zero(four) | any_zero(four ^ (ONES * u'"')) | any_zero(four ^ (ONES * u'\\')))
             break;
-        end += 4;
     }
+#endif
+    while (pos < end && b[pos] != u'"' && b[pos] != u'\\' && b[pos] != 0) ++pos;
+    return pos;
+}
+
+// After the opening double quote. Narrow strings separated by blanks join.
+// The units of a literal up to the next quote, backslash or zero, in bulk
+// (none while a unit is pushed back, as `ready` is 0 then).
+void take_plain_units(LiteralText& out) {
+    size_t start = input.pos;
+    if (start >= input.ready) return;
+    size_t end = plain_run_end(input.block, start, input.ready);
     input.pos = end;
-    const char16_t* rest = nullptr;
-    auto plain = [](char16_t c) { return c != u'"' && c != u'\\' && c != 0; };
-    size_t count = take_run(plain, SIZE_MAX, &rest);
-    out.put_run(input.block + start, end - start + count);
+    out.put_run(input.block + start, end - start);
 }
 
 // After a closing quote and the blanks behind it: whether another literal
@@ -473,29 +519,158 @@ int32_t punctuation_kind(char16_t c) {
     return c < 128 ? punctuation_kinds[c] : TK_OTHER;
 }
 
-} // namespace
+// ---- The quick path ----
+// Most tokens lie whole inside the block with nothing pushed back: they are
+// cut straight from the block by index. A token the quick path cannot finish
+// there (one that may run into the next block, a line marker, an escape, a
+// joined or overlong literal, a unit above ASCII) is left untouched for the
+// unit-by-unit path, which reads it from its first unit.
 
-uint32_t number_value(const ScriptToken& t) {
-    uint32_t value;
-    std::memcpy(&value, t.text, sizeof value);
-    return value;
+// What a unit starting a token leads to.
+enum : uint8_t { Q_SLOW, Q_BLANK, Q_NEWLINE, Q_PUNCT, Q_DIGIT, Q_NAME, Q_STRING, Q_L };
+
+constexpr std::array<uint8_t, 128> make_quick_starts() {
+    std::array<uint8_t, 128> t{};
+    for (size_t c = 1; c < 128; ++c) {
+        if (c == u'#' || c == u'\'')
+            t[c] = Q_SLOW;
+        else if (c == u' ' || c == u'\t' || c == u'\r')
+            t[c] = Q_BLANK;
+        else if (c == u'\n')
+            t[c] = Q_NEWLINE;
+        else if (c == u'"')
+            t[c] = Q_STRING;
+        else if (c == u'L')
+            t[c] = Q_L;
+        else if (punctuation_kinds[c])
+            t[c] = Q_PUNCT;
+        else if (ascii_classes[c] & CH_DIGIT)
+            t[c] = Q_DIGIT;
+        else if (ascii_classes[c] & CH_NAME)
+            t[c] = Q_NAME;
+    }
+    return t;
+}
+constexpr std::array<uint8_t, 128> quick_starts = make_quick_starts();
+
+// The scans below stop at the zero after the block's text: whatever ends
+// there may go on in the next block and is left to the unit-by-unit path.
+bool quick_number(const char16_t* b, size_t start, size_t end) {
+    uint32_t base = 10, value = uint32_t(b[start] - u'0');
+    size_t p = start + 1;
+    if (b[start] == u'0') {
+        base = 8;
+        if (b[p] == u'o')
+            ++p;
+        else if (b[p] == u'x' || b[p] == u'X')
+            base = 16, ++p;
+    }
+    if (base == 16) // the "L" marked masks of the headers: shifts, no multiply
+        for (int d; (d = hex_value(b[p])) >= 0; ++p) value = value << 4 | uint32_t(d);
+    else
+        for (int d; (d = hex_value(b[p])) >= 0; ++p) value = value * base + uint32_t(d);
+    if (p >= end) return false;
+    char16_t c = b[p];
+    token.is_long = (c == u'l' || c == u'L');
+    if (token.is_long || c == u'u' || c == u'U') ++p;
+    input.pos = p;
+    set_number(value);
+    return true;
 }
 
-void script_reset() {
-    script_location = ScriptLocation{};
-    token = ScriptToken{};
-    input.pos = input.end = input.ready = 0;
-    input.pushed_count = 0;
-    input.source = readPreprocessed;
+// Copied while scanned; a name of NAME_UNITS or more is left to the
+// unit-by-unit path, which knows where to cut it.
+bool quick_name(const char16_t* b, size_t start, size_t end) {
+    char16_t* text = token.text.data();
+    text[0] = b[start];
+    size_t n = 1;
+    for (char16_t c; n < NAME_UNITS && (c = b[start + n]) < 128 && (ascii_classes[c] & CH_NAME);
+         ++n)
+        text[n] = c;
+    size_t p = start + n;
+    if (p >= end || b[p] >= 128 || n >= NAME_UNITS) return false;
+    text[n] = 0;
+    token.length = n;
+    token.kind = keyword_kind(text, n);
+    input.pos = p;
+    return true;
 }
 
-void script_set_source(ScriptSource source) {
-    input.source = source ? source : readPreprocessed;
-    input.pos = input.end = input.ready = 0;
-    input.pushed_count = 0;
+// `open` is just past the opening quote. The one-letter escapes are taken
+// here; any other, like a literal that would be cut, is left to the
+// unit-by-unit path.
+bool quick_string(const char16_t* b, size_t open, size_t end, int32_t kind) {
+    size_t limit = compile_state.extended ? SIZE_MAX : STRING_UNITS;
+    size_t n = 0, close = open;
+    for (size_t p = open;;) {
+        close = plain_run_end(b, p, end);
+        size_t run = close - p;
+        if (close >= end || run > limit - n) return false;
+        token.text.ensure(n + run + 2);
+        std::memcpy(token.text.data() + n, b + p, run * sizeof(char16_t));
+        n += run;
+        if (b[close] == u'"') break;
+        char16_t value = b[close] == u'\\' ? simple_escape(b[close + 1]) : 0;
+        if (value == 0 || n == limit) return false; // a zero, or another escape
+        token.text[n++] = value;
+        p = close + 2;
+    }
+    size_t next = close + 1;
+    if (next >= end || b[next] == u'"') return false; // a doubled quote
+    if (kind == TK_STRING || compile_state.extended) {
+        while (next < end && is_blank(b[next])) ++next;
+        if (next >= end) return false;
+        if (b[next] == u'"' || (b[next] == u'L' && compile_state.extended))
+            return false; // may join
+    }
+    token.text[n] = 0;
+    token.length = n;
+    token.kind = kind;
+    input.pos = next;
+    return true;
 }
 
-int32_t next_token() {
+// Skips blanks and line feeds and cuts the token that follows, if it can;
+// otherwise the read position is left on the token's first unit.
+bool quick_token() {
+    const char16_t* b = input.block;
+    size_t pos = input.pos, end = input.ready; // `ready` is 0 while a unit is pushed back
+    if (pos >= end) return false;
+    uint8_t q;
+    char16_t c;
+    for (;; ++pos) {
+        c = b[pos];
+        if (c == u' ') continue; // the usual gap, ahead of the table
+        q = c < 128 ? quick_starts[c] : uint8_t(Q_SLOW);
+        if (q == Q_BLANK) continue;
+        if (q != Q_NEWLINE) break;
+        script_location.script_line += 1;
+    }
+    input.pos = pos;
+    // Numbers and punctuation are most tokens: tested before the rest.
+    if (q == Q_DIGIT) return quick_number(b, pos, end);
+    if (q == Q_PUNCT) {
+        token.length = 0;
+        token.text[0] = 0;
+        token.kind = punctuation_kinds[c];
+        input.pos = pos + 1;
+        return true;
+    }
+    switch (q) {
+    case Q_NAME:
+        return quick_name(b, pos, end);
+    case Q_STRING:
+        return quick_string(b, pos + 1, end, TK_STRING);
+    case Q_L:
+        if (b[pos + 1] == u'"') return quick_string(b, pos + 2, end, TK_WSTRING);
+        return quick_name(b, pos, end);
+    default:
+        return false; // the zero after the text among them
+    }
+}
+
+// The unit-by-unit path: any token, wherever it lies.
+[[gnu::noinline]] int32_t next_token_slowly() {
     for (;;) {
         char16_t c = get_char();
         token.length = 0;
@@ -540,6 +715,26 @@ int32_t next_token() {
             token.kind = TK_OTHER;
         return token.kind;
     }
+}
+} // namespace
+
+void script_reset() {
+    script_location = ScriptLocation{};
+    token = ScriptToken{};
+    input.pos = input.end = input.ready = 0;
+    input.pushed_count = 0;
+    input.source = readPreprocessed;
+}
+
+void script_set_source(ScriptSource source) {
+    input.source = source ? source : readPreprocessed;
+    input.pos = input.end = input.ready = 0;
+    input.pushed_count = 0;
+}
+
+int32_t next_token() {
+    if (quick_token()) return token.kind;
+    return next_token_slowly();
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -140,7 +141,11 @@ struct ScriptToken {
 };
 
 // A number's value is kept in the first four bytes of text.
-uint32_t number_value(const ScriptToken& t);
+inline uint32_t number_value(const ScriptToken& t) {
+    uint32_t value;
+    std::memcpy(&value, t.text.data(), sizeof value);
+    return value;
+}
 
 extern ScriptToken token; // the current token
 

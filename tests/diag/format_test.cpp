@@ -43,6 +43,9 @@ TEST(FormatInserts, Expansions) {
         {u"[%1!.0d!]", {0}, "[]"},
         {u"[%1!#x!][%1!#X!][%2!#x!][%1!#06x!]", {255, 0}, "[0xff][0XFF][0][0x00ff]"},
         {u"[%1!#o!]", {8}, "[010]"},
+        {u"[%1!-#8x!][%1!+06d!][%1!#.4o!][%1!#10.5X!]",
+         {255},
+         "[0xff    ][+00255][0377][   0X000FF]"},
         {u"[%1!5s!][%1!-5s!][%2!.2s!]", {u"ab", u"abcdef"}, "[   ab][ab   ][ab]"},
         {u"[%1!3c!]", {char16_t(u'x')}, "[  x]"},
         {u"%1 and %1!s!", {1234}, "1234 and 1234"},
@@ -60,7 +63,12 @@ TEST(FormatInserts, Expansions) {
         {u"%1!d", {u"v"}, "v!d"}, // an unclosed format is text
         {u"%1!!", {u"v"}, "v"},   // an empty one: string
     };
-    for (const Case& c : cases) EXPECT_EQ(u8(format_inserts(c.text, c.args)), c.want) << u8(c.text);
+    for (const Case& c : cases) {
+        EXPECT_EQ(u8(format_inserts(c.text, c.args)), c.want) << u8(c.text);
+        std::u16string kept = u"kept:"; // appending leaves what the buffer holds
+        tarn::append_inserts(kept, c.text, c.args);
+        EXPECT_EQ(u8(kept), std::string("kept:") + c.want) << u8(c.text);
+    }
 }
 
 TEST(FormatInserts, TwoDigitNumbersAtMostAndNoWidthLimit) {

@@ -220,6 +220,14 @@ TEST_F(Driver, FailuresNameTheFile) {
                     "specified device.\nThis concerns the file '")
             .append((dir_ / "cut.ico").string())
             .append("'.\nicon.rc(2): error: File not found: 'missing.ico'.\n");
+    // After a resource that read a file well, the file in question is the
+    // failing resource's own.
+    fs::copy_file(fs::path(TARN_SOURCE_DIR) / "examples" / "app.ico", dir_ / "good.ico");
+    write("icons.rc", "1 ICON \"good.ico\"\n2 ICON \"cut.ico\"\n");
+    std::string icons_message = std::string("icons.rc(2): error: The system cannot read from the "
+                                            "specified device.\nThis concerns the file '")
+                                    .append((dir_ / "cut.ico").string())
+                                    .append("'.\n");
     const struct {
         const char* args;
         std::string message;
@@ -230,6 +238,7 @@ TEST_F(Driver, FailuresNameTheFile) {
         {"-Fo ro.res app.rc", "Cannot write the output file 'ro.res': the file is read-only.\n"},
         {"pipe.rc", "Cannot read 'pipe.rc': it is not a file.\n"},
         {"icon.rc", icon_message},
+        {"icons.rc", icons_message},
         {"-Fo ./app.rc app.rc", "Cannot write the output file './app.rc': it is the script.\n"},
     };
     for (const auto& c : cases) {

@@ -156,6 +156,26 @@ TEST_F(Dialogs, ExtendedDialect) {
                 "2: error: Number expected (found: L\"STRING\").",
                 "2: error: String literal expected (found: L\"STRING\")."}),
          gives({wide})},
+        // A text whose first unit is the ordinal mark is written as an
+        // ordinal, of the unit after it.
+        {"1 DIALOGEX 0, 0, 1, 1 BEGIN LTEXT L\"\\xffff\\x41\", 1, 0, 0, 1, 1\n"
+         "LTEXT L\"\\xffff\", 2, 0, 0, 1, 1 END\n",
+         fails({"1: error: Number expected (found: L\"STRING\").",
+                "2: error: Number expected (found: L\"STRING\")."}),
+         gives({ex_header(2)
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(1)
+                    .ord(0x82)
+                    .ord(0x41)
+                    .u16(0)
+                    .pad4()
+                    .u32(0, 0, 0x50020000)
+                    .u16(0, 0, 1, 1)
+                    .u32(2)
+                    .ord(0x82)
+                    .ord(0)
+                    .u16(0)})},
         // Creation data: a wide character's high byte is kept.
         {"1 DIALOGEX 0, 0, 1, 1 BEGIN LTEXT \"\", 1, 0, 0, 1, 1 BEGIN L\"\\x4142\" END END\n",
          gives({ex_header(1).bytes(ltext(1)).u16(2, 0x0042)}),

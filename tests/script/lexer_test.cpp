@@ -61,13 +61,68 @@ TEST_F(ScriptLexer, Tokens) {
 
 TEST_F(ScriptLexer, EveryKeywordInAnyCase) {
     // Each keyword's display is its table name; finding it again in three
-    // spellings proves the table sorted for the binary search.
+    // spellings proves every keyword reachable through the lookup.
     for (int32_t kind = TK_FIRST_KEYWORD; kind <= TK_LAST_KEYWORD; ++kind) {
         token.kind = kind;
         std::string lower = u8(token_display()), upper = lower;
         for (char& c : upper) c = char(toupper(c));
         source(lower + " " + upper + " " + char(tolower(upper[0])) + upper.substr(1));
         for (int n = 0; n < 3; ++n) ASSERT_EQ(next_token(), kind) << lower;
+    }
+}
+
+TEST_F(ScriptLexer, NamesNextToKeywordsAreNames) {
+    // Each keyword with a unit added, dropped or changed, and with a
+    // character above ASCII or a name character that differs from a letter
+    // only in the case bit: a name unless that spelling is itself a keyword.
+    std::vector<std::string> keywords;
+    for (int32_t kind = TK_FIRST_KEYWORD; kind <= TK_LAST_KEYWORD; ++kind) {
+        token.kind = kind;
+        keywords.push_back(u8(token_display()));
+    }
+    auto kind_of = [&](const std::string& name) {
+        for (size_t i = 0; i < keywords.size(); ++i)
+            if (keywords[i] == name) return TK_FIRST_KEYWORD + int32_t(i);
+        return int32_t(TK_NAME);
+    };
+    for (const std::string& k : keywords) {
+        std::string dropped = k.substr(0, k.size() - 1), changed = k;
+        changed[changed.size() / 2] = changed[changed.size() / 2] == 'q' ? 'z' : 'q';
+        std::string at = k; // '@' | 0x20 is '`', '[' | 0x20 is '{': never a letter
+        at[0] = '@';
+        for (const std::string& name : {k + "x", "x" + k, dropped, changed, at, k + k}) {
+            source(name + " ");
+            EXPECT_EQ(next_token(), kind_of(name)) << name;
+        }
+        source(k.substr(0, 2) + "\xc3\xa9" + k.substr(2) + " "); // "é" inside
+        EXPECT_EQ(next_token(), TK_NAME) << k;
+    }
+}
+
+TEST_F(ScriptLexer, EveryPieceSizeCutsTheSameTokens) {
+    // Tokens cut straight from a whole block must read as those read unit by
+    // unit, which is what a block ending inside each token forces: names of
+    // the longest lengths, numbers with their marks, literals with escapes,
+    // doubled quotes and joins, names above ASCII, blanks and line ends.
+    std::string n255(255, 'n'), n256(256, 'm'), s4095(4095, 's');
+    std::string text =
+        "BEGIN\r\n  CONTROL \"a\\tb\\\\c\\x41\\101\\q\", 0x7fL, 017u, 0o17, 99,\t-1\n" + n255 +
+        " " + n256 + "x Ldialog L\"w\\n\" L \"j\"  \"k\" \"d\"\"q\"\n" + "\"" + s4095 + "\" \"" +
+        s4095 + "\\n\" caf\xc3\xa9 na\xc3\xafve x\xe2\x80\x94y " +
+        "\"\" \"\\\"\" ,{}|~+*/() 'h' #line 40 \"f.rc\"\nEND";
+    for (bool extended : {false, true}) {
+        compile_state.extended = extended;
+        diags.clear();
+        std::string whole = tokens(text);
+        uint32_t line = script_location.script_line;
+        size_t warnings = diags.size();
+        for (size_t piece = 1; piece <= 40; ++piece) {
+            SCOPED_TRACE(std::to_string(piece) + (extended ? " extended" : ""));
+            diags.clear();
+            EXPECT_EQ(tokens(text, piece), whole);
+            EXPECT_EQ(script_location.script_line, line);
+            EXPECT_EQ(diags.size(), warnings);
+        }
     }
 }
 
