@@ -66,7 +66,7 @@ void report_at(const DefinitionPlace& place, DiagnosticCode code, const A&... in
 } // namespace
 
 uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
-                              const NameOrOrdinal& type, const NameOrOrdinal& name) {
+                              const NameOrOrdinal& type, const NameOrOrdinal& name, bool last) {
     if (compile_state.extended) {
         std::u16string key;
         key.reserve(type.units.size() + name.units.size() + 3);
@@ -76,8 +76,13 @@ uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attr
         std::vector<std::u16string>& files = resources_state.written_files;
         if (files.empty() || files.back() != here.file) files.push_back(here.file);
         WrittenPlace place{uint32_t(files.size() - 1), here.line};
-        auto [at, added] = resources_state.written.try_emplace(std::move(key), place);
-        if (!added) {
+        // The string blocks, written last and each once, are looked up only:
+        // a large table would otherwise keep an entry per block.
+        auto at = resources_state.written.find(key);
+        bool added = false;
+        if (at == resources_state.written.end() && !last)
+            std::tie(at, added) = resources_state.written.try_emplace(std::move(key), place);
+        if (at != resources_state.written.end() && !added) {
             report_at(here, error_code(MSG_DUPLICATE_RESOURCE), name_text(type), name_text(name),
                       unsigned(attributes.language), files[at->second.file], at->second.line);
             return WRITE_SKIPPED;

@@ -104,9 +104,11 @@ constexpr uint32_t WRITE_SKIPPED = SEVERITY_ERROR;
 // write_resource_header, except that in the extended dialect a resource of
 // the same type, name and language as one already written is reported as an
 // error naming the first one's place, and WRITE_SKIPPED comes back: the
-// linker would reject such a file later, far from the cause.
+// linker would reject such a file later, far from the cause. `last`: nothing
+// is written after this resource that could repeat it, so it is not kept.
 uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
-                              const NameOrOrdinal& type, const NameOrOrdinal& name);
+                              const NameOrOrdinal& type, const NameOrOrdinal& name,
+                              bool last = false);
 
 // Header, data, and the padding after the data. `data_size` is the size
 // the header announces, which some layouts compute apart from what they

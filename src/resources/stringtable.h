@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -22,7 +23,9 @@ struct StringBlock {
 
 struct StringTableState {
     std::vector<ResourceAttributes> statements; // each statement's attributes
-    std::vector<StringBlock> blocks;            // in the order each first appears
+    // In the order each first appears; a deque, as a growing vector would
+    // hold its old and new storage at once.
+    std::deque<StringBlock> blocks;
     // The texts, packed: a compilation may hold tens of thousands of
     // strings, and one allocation each costs more than the copying. Each is
     // its unit count (two bytes), whether a zero unit follows it and whether
@@ -30,7 +33,9 @@ struct StringTableState {
     // then the units.
     std::vector<std::unique_ptr<uint8_t[]>> chunks; // of STRING_CHUNK_BYTES each
     size_t chunk_used = 0;
-    std::unordered_map<uint32_t, uint32_t> block_index; // (block id, language) to its block
+    // (block id, language) to its block + 1, open-addressed: 8 bytes a slot,
+    // at most half of them used, where a node-based map takes 40 an entry.
+    std::vector<uint64_t> block_index; // key << 32 | block + 1; 0: free
 };
 extern StringTableState string_tables;
 
