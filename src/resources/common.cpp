@@ -63,28 +63,59 @@ void report_at(const DefinitionPlace& place, DiagnosticCode code, const A&... in
     script_location = now;
 }
 
+// The place of the first resource with this type, name and language, or
+// null; the resource's own is kept unless `last`.
+const WrittenPlace* first_written(const NameOrOrdinal& type, const NameOrOrdinal& name,
+                                  uint16_t language, WrittenPlace place, bool last) {
+    ResourcesState& rs = resources_state;
+    if (is_ordinal(type) && is_ordinal(name)) {
+        auto& table = rs.written_ordinals;
+        if (2 * (rs.written_ordinal_count + 1) > table.size()) {
+            auto old = std::move(table);
+            table.assign(std::max<size_t>(64, 2 * old.size()), {});
+            for (const auto& e : old) {
+                if (!e.first) continue;
+                size_t i = (e.first * 0x9E3779B97F4A7C15u >> 32) & (table.size() - 1);
+                while (table[i].first) i = (i + 1) & (table.size() - 1);
+                table[i] = e;
+            }
+        }
+        uint64_t key = uint64_t(1) << 48 | uint64_t(ordinal_of(type)) << 32 |
+                       uint64_t(ordinal_of(name)) << 16 | language;
+        size_t i = (key * 0x9E3779B97F4A7C15u >> 32) & (table.size() - 1);
+        while (table[i].first && table[i].first != key) i = (i + 1) & (table.size() - 1);
+        if (table[i].first) return &table[i].second;
+        if (!last) {
+            table[i] = {key, place};
+            rs.written_ordinal_count += 1;
+        }
+        return nullptr;
+    }
+    std::u16string key;
+    key.reserve(type.units.size() + name.units.size() + 3);
+    key.append(type.units).append(1, u'\0').append(name.units).append(1, u'\0');
+    key.append(1, char16_t(language));
+    auto at = rs.written.find(key);
+    if (at != rs.written.end()) return &at->second;
+    if (!last) rs.written.emplace(std::move(key), place);
+    return nullptr;
+}
+
 } // namespace
 
 uint32_t write_header_checked(uint32_t data_size, const ResourceAttributes& attributes,
                               const NameOrOrdinal& type, const NameOrOrdinal& name, bool last) {
     if (compile_state.extended) {
-        std::u16string key;
-        key.reserve(type.units.size() + name.units.size() + 3);
-        key.append(type.units).append(1, u'\0').append(name.units).append(1, u'\0');
-        key.append(1, char16_t(attributes.language));
         const DefinitionPlace& here = resources_state.statement_place;
         std::vector<std::u16string>& files = resources_state.written_files;
         if (files.empty() || files.back() != here.file) files.push_back(here.file);
         WrittenPlace place{uint32_t(files.size() - 1), here.line};
         // The string blocks, written last and each once, are looked up only:
         // a large table would otherwise keep an entry per block.
-        auto at = resources_state.written.find(key);
-        bool added = false;
-        if (at == resources_state.written.end() && !last)
-            std::tie(at, added) = resources_state.written.try_emplace(std::move(key), place);
-        if (at != resources_state.written.end() && !added) {
+        if (const WrittenPlace* first =
+                first_written(type, name, attributes.language, place, last)) {
             report_at(here, error_code(MSG_DUPLICATE_RESOURCE), name_text(type), name_text(name),
-                      unsigned(attributes.language), files[at->second.file], at->second.line);
+                      unsigned(attributes.language), files[first->file], first->line);
             return WRITE_SKIPPED;
         }
     }
