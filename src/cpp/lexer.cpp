@@ -216,16 +216,113 @@ char16_t* compact_comment(SourceFile* s, char16_t* cp, const char16_t* comment) 
     return dest;
 }
 
-PpToken* fresh_slot(TokenRow* row, const char16_t* cp) {
-    if (row->last >= row->base + row->max) growRow(2 * row->max, row);
+// The next slot of the row; `limit` is the end of its room. Kind and
+// length are set when the token is complete.
+PpToken* fresh_slot(TokenRow* row, PpToken*& limit, const char16_t* cp) {
+    if (row->last >= limit) {
+        growRow(2 * row->max, row);
+        limit = row->base + row->max;
+    }
     PpToken* tp = row->last;
-    tp->type = PP_OTHER;
     tp->flag = 0;
     tp->hideset = 0;
     tp->wslen = 0;
-    tp->len = 0;
     tp->text = cp;
     return tp;
+}
+
+// States that a run of units leaves unchanged, each with its bit in
+// lexRuns: the skip over such a run is exactly what the table would do.
+enum State : int { S_NUMBER = 1, S_NAME = 4, S_L = 5, S_STRING = 6, S_BLOCK = 9, S_LINE = 11,
+                   S_CHAR = 12, S_SPACE = 14 };
+constexpr uint8_t RUN_BIT[32] = {
+    0, 1 /* number */, 0, 0, 2 /* name */, 0, 4 /* string */, 0, 0, 8 /* block comment */, 0,
+    16 /* line comment */, 32 /* character constant */, 0, 64 /* white space */};
+
+// Past the units from p on that keep the state of `bit`. The markers end
+// every run, so four at a time read nothing past them.
+inline char16_t* skip_run(char16_t* p, const uint8_t* runs, uint8_t bit) {
+    for (;; p += 4) {
+        if (!(runs[p[0]] & bit)) return p;
+        if (!(runs[p[1]] & bit)) return p + 1;
+        if (!(runs[p[2]] & bit)) return p + 2;
+        if (!(runs[p[3]] & bit)) return p + 3;
+    }
+}
+
+constexpr int16_t SPACE_DONE = act(PP_END, A_SPACE_DONE);
+constexpr int16_t NAME_DONE = act(PP_NAME, A_NAME_DONE);
+constexpr int16_t NUMBER_DONE = act(PP_NUMBER, A_BEFORE);
+constexpr int16_t STRING_DONE = act(PP_STRING, A_TAKE);
+constexpr int16_t CHAR_DONE = act(PP_CHAR, A_TAKE);
+
+void end_name(PpToken* tp, const char16_t* end, uint32_t* result) {
+    tp->type = PP_NAME;
+    tp->len = static_cast<uint64_t>(end - tp->text);
+    char16_t second = tp->len > 1 ? tp->text[1] : 0;
+    *result |= cpp.macroBits[tp->text[0] & 63] & (1u << (second & 31));
+}
+
+// The common tokens at the start of a slot, in state 0: white space, then
+// a name, number, string or operator, each ended by a unit whose table
+// entry plainly ends it. True when the token is complete; otherwise cp
+// and state are where the table goes on (a splice, a refill, a marker,
+// anything rarer).
+bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* result) {
+    const auto& table = cpp.lexTable;
+    const uint8_t* runs = cpp.lexRuns.data();
+    char16_t c = *cp;
+    if (c > 255) return false;
+    int e = table[0][c];
+    if (e == S_SPACE * 256) {
+        char16_t* p = skip_run(cp + 1, runs, RUN_BIT[S_SPACE]);
+        if (table[S_SPACE][*p] != SPACE_DONE) {
+            cp = p;
+            state = table[S_SPACE];
+            return false;
+        }
+        tp->wslen = static_cast<uint64_t>(p - cp);
+        tp->text = p;
+        cp = p;
+        e = table[0][*p];
+    }
+    if (e >= 0) {
+        int next = e >> 8;
+        char16_t* p = cp + 1;
+        if (next == S_L && *p < 256 && table[S_L][*p] == S_NAME * 256) { // L as a name's first letter
+            next = S_NAME;
+            ++p;
+        }
+        if (RUN_BIT[next]) p = skip_run(p, runs, RUN_BIT[next]);
+        c = *p;
+        int end = c < 256 ? table[next][c] : 0;
+        if (next == S_NAME && end == NAME_DONE) {
+            cp = p;
+            end_name(tp, p, result);
+            return true;
+        }
+        if ((next == S_NUMBER && end == NUMBER_DONE) || (next == S_STRING && end == STRING_DONE) ||
+            (next == S_CHAR && end == CHAR_DONE) ||
+            (!RUN_BIT[next] && next != S_L && end < 0 && (~end & 127) >= A_TAKE &&
+             (~end & 127) <= A_BEFORE)) {
+            // An operator of one or two units, a number, a string.
+            if ((~end & 127) == A_TAKE) ++p;
+            tp->type = static_cast<uint8_t>(~end >> 7);
+            tp->len = static_cast<uint64_t>(p - tp->text);
+            cp = p;
+            return true;
+        }
+        cp = p;
+        state = table[next];
+        return false;
+    }
+    if ((~e & 127) == A_TAKE) { // one-unit punctuation
+        tp->type = static_cast<uint8_t>(~e >> 7);
+        tp->len = 1;
+        cp += 1;
+        return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -261,6 +358,13 @@ void build_lexer_table() {
     for (auto& row : table)
         for (int16_t& e : row)
             if (e >= 0) e = static_cast<int16_t>(e * 256);
+    uint8_t* runs = cpp.lexRuns.data();
+    std::memset(runs, 0, 256);
+    std::memset(runs + 256, 0xFF, cpp.lexRuns.size() - 256);
+    for (int st = 0; st < 32; ++st)
+        if (RUN_BIT[st])
+            for (int c = 0; c < 256; ++c)
+                if (table[st][c] == st * 256) runs[c] |= RUN_BIT[st];
 }
 
 void makeRow(size_t capacity, TokenRow* row) {
@@ -295,11 +399,17 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     const int16_t* const rows = table[0];
     char16_t* cp = s->cursor;
     uint32_t result = 0;
+    const uint8_t* runs = cpp.lexRuns.data();
+    PpToken* limit = row->base + row->max;
     for (;;) {
-        PpToken* tp = fresh_slot(row, cp);
+        PpToken* tp = fresh_slot(row, limit, cp);
         // The current state's row of the table, rather than its number:
         // the inner loop then costs a load per unit.
         const int16_t* state = table[0];
+        if (fast_token(tp, cp, state, &result)) {
+            row->last = tp + 1;
+            continue;
+        }
         for (;;) {
             char16_t c = *cp;
             if (c > 255) { // joins whatever is being built
@@ -310,6 +420,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
             if (e >= 0) {
                 state = rows + e;
                 ++cp;
+                if (uint8_t bit = RUN_BIT[e >> 8]) cp = skip_run(cp, runs, bit);
                 continue;
             }
             e = ~e;
@@ -344,13 +455,9 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 tp->type = static_cast<uint8_t>(kind);
                 tp->len = static_cast<uint64_t>(cp - tp->text);
                 break;
-            case A_NAME_DONE: {
-                tp->type = PP_NAME;
-                tp->len = static_cast<uint64_t>(cp - tp->text);
-                char16_t second = tp->len > 1 ? tp->text[1] : 0;
-                result |= cpp.macroBits[tp->text[0] & 63] & (1u << (second & 31));
+            case A_NAME_DONE:
+                end_name(tp, cp, &result);
                 break;
-            }
             case A_SPACE_DONE:
                 tp->wslen = static_cast<uint64_t>(cp - tp->text);
                 tp->text = cp;
@@ -375,7 +482,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                     tp->type = PP_OPEN_COMMENT;
                     tp->len = 0;
                     row->last = tp + 1;
-                    tp = fresh_slot(row, cp);
+                    tp = fresh_slot(row, limit, cp);
                 } else {
                     report_pp(warning_code(MSG_EOF_IN_COMMENT));
                 }

@@ -306,6 +306,11 @@ struct CppState {
 
     // Lexer
     int16_t lexTable[32][256] = {};
+    // Per unit, one bit for each state that a run of such units leaves
+    // unchanged (white space, names, numbers, literals, comments), so that
+    // runs are skipped without a table step each. Every unit has an entry:
+    // those above 255 keep any state.
+    std::vector<uint8_t> lexRuns = std::vector<uint8_t>(65536);
     TokenRow* lexing = nullptr; // the row the lexer appends to
     uint32_t macroBits[64] = {};
 
