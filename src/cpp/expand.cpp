@@ -625,11 +625,12 @@ void expandRow(TokenRow* row, const char16_t* name) {
     if (name) pushSource(name, u"");
     size_t i = static_cast<size_t>(row->cur - row->base);
     while (i < rowlen(row)) {
+        // Past the tokens that cannot be macros, in one go.
         PpToken* tp = row->base + i;
-        if (tp->type != PP_NAME || !macro_bit_set(cpp.macroBits, tp)) {
-            ++i;
-            continue;
-        }
+        const PpToken* last = row->last;
+        while (tp < last && (tp->type != PP_NAME || !macro_bit_set(cpp.macroBits, tp))) ++tp;
+        i = static_cast<size_t>(tp - row->base);
+        if (tp == last) break;
         Symbol* sym = lookupSymbol(tp, false);
         if (!sym || !(sym->flags & (SYM_DEFINED | SYM_BUILTIN)) ||
             (tp->hideset && check_hideset(tp->hideset, sym))) {

@@ -113,22 +113,41 @@ void grow_table() {
         }
 }
 
-// Four units at a time; the last multiply carries every unit into the
-// high half, which is what is kept.
+uint64_t load4(const char16_t* p) {
+    uint64_t w;
+    std::memcpy(&w, p, sizeof w);
+    return w;
+}
+
+// Four units at a time, the last four (which may overlap the ones before)
+// in one piece; the last multiply carries every unit into the high half,
+// which is what is kept.
 uint32_t name_hash(const char16_t* name, size_t len) {
     constexpr uint64_t K = 0x9E3779B97F4A7C15u;
     uint64_t h = len * K;
-    size_t i = 0;
-    for (; i + 4 <= len; i += 4) {
-        uint64_t w;
-        std::memcpy(&w, name + i, sizeof w);
-        h = (h ^ w) * K;
-        h ^= h >> 29;
+    if (len >= 4) {
+        for (size_t i = 0; i + 4 < len; i += 4) {
+            h = (h ^ load4(name + i)) * K;
+            h ^= h >> 29;
+        }
+        h = (h ^ load4(name + len - 4)) * K;
+    } else {
+        uint64_t tail = 0;
+        for (size_t i = 0; i < len; ++i) tail = tail << 16 | name[i];
+        h = (h ^ tail) * K;
     }
-    uint64_t tail = 0;
-    for (; i < len; ++i) tail = tail << 16 | name[i];
-    h = (h ^ tail) * K;
     return static_cast<uint32_t>((h ^ (h >> 29)) * K >> 32);
+}
+
+bool same_units(const char16_t* a, const char16_t* b, size_t len) {
+    if (len < 4) {
+        for (size_t i = 0; i < len; ++i)
+            if (a[i] != b[i]) return false;
+        return true;
+    }
+    for (size_t i = 0; i + 4 < len; i += 4)
+        if (load4(a + i) != load4(b + i)) return false;
+    return load4(a + len - 4) == load4(b + len - 4);
 }
 
 } // namespace
@@ -137,9 +156,7 @@ Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
     uint32_t hash = name_hash(name, len);
     Symbol** bucket = &cpp.buckets[bucket_of(hash)];
     for (Symbol* s = *bucket; s; s = s->next)
-        if (s->hash == hash && s->len == len &&
-            std::memcmp(s->name, name, len * sizeof(char16_t)) == 0)
-            return s;
+        if (s->hash == hash && s->len == len && same_units(s->name, name, len)) return s;
     if (!install) return nullptr;
     if (cpp.symbolCount >= cpp.buckets.size()) {
         grow_table();

@@ -39,6 +39,33 @@ bool word_unit(char16_t c) {
            c == u'_' || c == u'$' || c > 127;
 }
 
+// Whether x followed by y reads as one operator (or opens a comment).
+bool joins_operator(char16_t x, char16_t y) {
+    switch (x) {
+    case u'+':
+        return y == u'+' || y == u'=';
+    case u'-':
+        return y == u'-' || y == u'=' || y == u'>';
+    case u'<':
+    case u'>':
+    case u'&':
+    case u'|':
+        return y == x || y == u'=';
+    case u'=':
+    case u'!':
+    case u'%':
+    case u'*':
+    case u'^':
+        return y == u'=';
+    case u'#':
+        return y == u'#';
+    case u'/':
+        return y == u'=' || y == u'/' || y == u'*';
+    default:
+        return false;
+    }
+}
+
 // Whether the two tokens, written next to each other, would be read back
 // as other tokens; only then does expansion put a blank between them.
 bool would_merge(const PpToken& a, const PpToken& b) {
@@ -54,12 +81,7 @@ bool would_merge(const PpToken& a, const PpToken& b) {
     bool literal_b = b.type == PP_STRING || b.type == PP_CHAR;
     if (literal_b && (a.type == PP_STRING || a.type == PP_CHAR || a.type == PP_NAME)) return true;
     if (a.type == PP_NUMBER && b.type == PP_CHAR) return true;
-    static constexpr char16_t PAIRS[][3] = {u"++", u"+=", u"--", u"-=", u"->", u"<<", u"<=", u">>",
-                                            u">=", u"==", u"!=", u"&&", u"&=", u"||", u"|=", u"##",
-                                            u"%=", u"*=", u"/=", u"^=", u"//", u"/*"};
-    for (const auto& p : PAIRS)
-        if (p[0] == x && p[1] == y) return true;
-    return false;
+    return joins_operator(x, y);
 }
 
 // One blank unit in front of the token's text, copying the text when it has
@@ -133,7 +155,10 @@ void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_
     PpToken* base = row->base;
     if (count != n) // one token for one, the usual macro, moves nothing
         std::memmove(base + at + count, base + at + n, (len - at - n) * sizeof(PpToken));
-    if (count) std::memcpy(base + at, src, count * sizeof(PpToken));
+    if (count == 1)
+        base[at] = *src;
+    else if (count)
+        std::memcpy(base + at, src, count * sizeof(PpToken));
     row->last = base + newlen;
     // The white space in front of what was replaced goes to what replaces
     // it, or to the token after an empty replacement.
