@@ -6,6 +6,10 @@
 
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "diag/report.h"
 #include "support/memory.h"
 
@@ -238,6 +242,7 @@ enum State : int { S_NUMBER = 1, S_NAME = 4, S_L = 5, S_STRING = 6, S_BLOCK = 9,
 constexpr uint8_t RUN_BIT[32] = {
     0, 1 /* number */, 0, 0, 2 /* name */, 0, 4 /* string */, 0, 0, 8 /* block comment */, 0,
     16 /* line comment */, 32 /* character constant */, 0, 64 /* white space */};
+constexpr uint8_t LONG_RUNS = 4 | 8 | 16 | 32; // literals and comments
 
 // Past the units from p on that keep the state of `bit`. The markers end
 // every run, so four at a time read nothing past them.
@@ -248,6 +253,41 @@ inline char16_t* skip_run(char16_t* p, const uint8_t* runs, uint8_t bit) {
         if (!(runs[p[2]] & bit)) return p + 2;
         if (!(runs[p[3]] & bit)) return p + 3;
     }
+}
+
+// The same over the long runs of literals and comments, eight units at a
+// time while eight lie before `end`, by comparing with the units that end
+// the state's runs.
+inline char16_t* skip_state(char16_t* p, const char16_t* end, int st) {
+    const uint8_t* runs = cpp.lexRuns.data();
+#if defined(__SSE2__)
+    const auto* stops = reinterpret_cast<const __m128i*>(cpp.lexStops[st]);
+    if (cpp.lexStops[st][0][0]) {
+        // Most literals are short: their first units one by one.
+        uint8_t bit = RUN_BIT[st];
+        for (int k = 0; k < 2; ++k, p += 4) {
+            if (!(runs[p[0]] & bit)) return p;
+            if (!(runs[p[1]] & bit)) return p + 1;
+            if (!(runs[p[2]] & bit)) return p + 2;
+            if (!(runs[p[3]] & bit)) return p + 3;
+        }
+        while (end - p >= 8) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            __m128i m = _mm_or_si128(
+                _mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops)),
+                             _mm_cmpeq_epi16(v, _mm_load_si128(stops + 1))),
+                _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops + 2)),
+                                          _mm_cmpeq_epi16(v, _mm_load_si128(stops + 3))),
+                             _mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops + 4)),
+                                          _mm_cmpeq_epi16(v, _mm_load_si128(stops + 5)))));
+            if (int bits = _mm_movemask_epi8(m)) return p + (__builtin_ctz(bits) >> 1);
+            p += 8;
+        }
+    }
+#else
+    (void)end;
+#endif
+    return skip_run(p, runs, RUN_BIT[st]);
 }
 
 constexpr int16_t SPACE_DONE = act(PP_END, A_SPACE_DONE);
@@ -293,7 +333,10 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
             next = S_NAME;
             ++p;
         }
-        if (RUN_BIT[next]) p = skip_run(p, runs, RUN_BIT[next]);
+        if (RUN_BIT[next] & LONG_RUNS)
+            p = skip_state(p, cpp.source->end, next);
+        else if (RUN_BIT[next])
+            p = skip_run(p, cpp.lexRuns.data(), RUN_BIT[next]);
         c = *p;
         int end = c < 256 ? table[next][c] : 0;
         if (next == S_NAME && end == NAME_DONE) {
@@ -365,6 +408,18 @@ void build_lexer_table() {
         if (RUN_BIT[st])
             for (int c = 0; c < 256; ++c)
                 if (table[st][c] == st * 256) runs[c] |= RUN_BIT[st];
+    // Literals and comments: the units that end their runs, when they are
+    // few, repeated to fill the list.
+    std::memset(cpp.lexStops, 0, sizeof cpp.lexStops);
+    for (int st : {S_STRING, S_CHAR, S_BLOCK, S_LINE}) {
+        char16_t stops[256];
+        size_t n = 0;
+        for (int c = 0; c < 256; ++c)
+            if (!(runs[c] & RUN_BIT[st])) stops[n++] = static_cast<char16_t>(c);
+        if (n == 0 || n > LEX_STOPS || stops[0] == 0) continue;
+        for (size_t i = 0; i < LEX_STOPS; ++i)
+            for (char16_t& u : cpp.lexStops[st][i]) u = stops[i < n ? i : 0];
+    }
 }
 
 void makeRow(size_t capacity, TokenRow* row) {
@@ -420,7 +475,8 @@ uint32_t lexLine(TokenRow* row, bool reset) {
             if (e >= 0) {
                 state = rows + e;
                 ++cp;
-                if (uint8_t bit = RUN_BIT[e >> 8]) cp = skip_run(cp, runs, bit);
+                if (uint8_t bit = RUN_BIT[e >> 8])
+                    cp = bit & LONG_RUNS ? skip_state(cp, s->end, e >> 8) : skip_run(cp, runs, bit);
                 continue;
             }
             e = ~e;
@@ -431,7 +487,11 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                     ++cp;
                     continue;
                 }
-                int folded = foldLineSplice(s);
+                // Only a line feed, a carriage return or the end of the
+                // buffered text after it can make a splice.
+                char16_t n = cp[1];
+                bool may_fold = n == u'\n' || n == u'\r' || n == BufferEndMark || n == InputEndMark;
+                int folded = may_fold ? foldLineSplice(s) : 0;
                 cp = s->cursor; // a refill may have moved the buffer
                 if (folded) {
                     s->lineinc += 1;

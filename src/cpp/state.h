@@ -297,6 +297,8 @@ struct GuardedHeader {
 };
 
 // ---- All of it
+constexpr size_t LEX_STOPS = 6;
+
 struct CppState {
     // Sources
     SourceFile* source = nullptr;
@@ -311,6 +313,10 @@ struct CppState {
     // runs are skipped without a table step each. Every unit has an entry:
     // those above 255 keep any state.
     std::vector<uint8_t> lexRuns = std::vector<uint8_t>(65536);
+    // The few units that end a run of a literal or a comment, per state,
+    // each repeated eight times (none: the state's runs are skipped through
+    // lexRuns alone).
+    alignas(16) char16_t lexStops[32][LEX_STOPS][8] = {};
     TokenRow* lexing = nullptr; // the row the lexer appends to
     uint32_t macroBits[64] = {};
 
