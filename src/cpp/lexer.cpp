@@ -4,6 +4,7 @@
 // the white-space count in front of the next token.
 #include "cpp/state.h"
 
+#include <array>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -237,11 +238,29 @@ PpToken* fresh_slot(TokenRow* row, PpToken*& limit, const char16_t* cp) {
 
 // States that a run of units leaves unchanged, each with its bit in
 // lexRuns: the skip over such a run is exactly what the table would do.
-enum State : int { S_NUMBER = 1, S_NAME = 4, S_L = 5, S_STRING = 6, S_BLOCK = 9, S_LINE = 11,
-                   S_CHAR = 12, S_SPACE = 14 };
-constexpr uint8_t RUN_BIT[32] = {
-    0, 1 /* number */, 0, 0, 2 /* name */, 0, 4 /* string */, 0, 0, 8 /* block comment */, 0,
-    16 /* line comment */, 32 /* character constant */, 0, 64 /* white space */};
+enum State : int {
+    S_NUMBER = 1,
+    S_NAME = 4,
+    S_L = 5,
+    S_STRING = 6,
+    S_BLOCK = 9,
+    S_LINE = 11,
+    S_CHAR = 12,
+    S_SPACE = 14
+};
+// The bit of each run state (0 for the others).
+constexpr std::array<uint8_t, 32> run_bits() {
+    std::array<uint8_t, 32> bits{};
+    bits[S_NUMBER] = 1;
+    bits[S_NAME] = 2;
+    bits[S_STRING] = 4;
+    bits[S_BLOCK] = 8;
+    bits[S_LINE] = 16;
+    bits[S_CHAR] = 32;
+    bits[S_SPACE] = 64;
+    return bits;
+}
+constexpr std::array<uint8_t, 32> RUN_BIT = run_bits();
 constexpr uint8_t LONG_RUNS = 4 | 8 | 16 | 32; // literals and comments
 
 // Past the units from p on that keep the state of `bit`. The markers end
@@ -329,7 +348,8 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
     if (e >= 0) {
         int next = e >> 8;
         char16_t* p = cp + 1;
-        if (next == S_L && *p < 256 && table[S_L][*p] == S_NAME * 256) { // L as a name's first letter
+        // L as a name's first letter
+        if (next == S_L && *p < 256 && table[S_L][*p] == S_NAME * 256) {
             next = S_NAME;
             ++p;
         }
