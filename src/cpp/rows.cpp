@@ -102,6 +102,7 @@ void blank_in_front(PpToken* tp) {
 void separateToken(TokenRow* row, size_t at) {
     if (at >= rowlen(row)) return;
     PpToken* tp = row->base + at;
+    if (tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE)) return; // white space of its own
     bool needed = at > 0 && would_merge(tp[-1], *tp);
     if (tp->wslen) {
         if ((tp->flag & FLAG_INSERTED_SPACE) && !needed) tp->wslen = 0;
