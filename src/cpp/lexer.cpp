@@ -322,69 +322,120 @@ void end_name(PpToken* tp, const char16_t* end, uint32_t* result) {
     *result |= cpp.macroBits[tp->text[0] & 63] & (1u << (second & 31));
 }
 
-// The common tokens at the start of a slot, in state 0: white space, then
-// a name, number, string or operator, each ended by a unit whose table
-// entry plainly ends it. True when the token is complete; otherwise cp
-// and state are where the table goes on (a splice, a refill, a marker,
-// anything rarer).
+// How the common tokens begin, by their first unit (lexStart).
+enum Start : uint8_t {
+    START_TABLE, // anything else: the table from state 0
+    START_SPACE,
+    START_NAME,
+    START_L,
+    START_NUMBER,
+    START_STRING,
+    START_CHAR,
+    START_PUNCT, // a token of this one unit
+    START_OP,    // an operator of one or two units
+};
+
+void put_token(PpToken* tp, int kind, uint64_t ws, const char16_t* text, const char16_t* end) {
+    tp->type = static_cast<uint8_t>(kind);
+    tp->flag = 0;
+    tp->hideset = 0;
+    tp->wslen = ws;
+    tp->len = static_cast<uint64_t>(end - text);
+    tp->text = text;
+}
+
+// The common tokens, at the start of a slot: white space, then a name,
+// number, literal or operator, each ended by a unit whose table entry
+// plainly ends it. True when the token is complete; otherwise the slot is
+// prepared and cp and state are where the table goes on (a splice, a
+// refill, a marker, anything rarer).
 bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* result) {
     const auto& table = cpp.lexTable;
     const uint8_t* runs = cpp.lexRuns.data();
+    const char16_t* text = cp;
+    uint64_t ws = 0;
     char16_t c = *cp;
-    if (c > 255) return false;
-    int e = table[0][c];
-    if (e == S_SPACE * 256) {
-        char16_t* p = skip_run(cp + 1, runs, RUN_BIT[S_SPACE]);
+    uint8_t start = c < 256 ? cpp.lexStart[c] : uint8_t{START_TABLE};
+    char16_t* p = cp + 1;
+    int next = 0;
+    if (start == START_SPACE) {
+        p = skip_run(p, runs, RUN_BIT[S_SPACE]);
         if (table[S_SPACE][*p] != SPACE_DONE) {
-            cp = p;
-            state = table[S_SPACE];
-            return false;
+            next = S_SPACE;
+            start = START_TABLE;
+        } else {
+            ws = static_cast<uint64_t>(p - cp);
+            text = cp = p;
+            start = cpp.lexStart[*p]; // below 256: the run ends there
+            p = cp + 1;
         }
-        tp->wslen = static_cast<uint64_t>(p - cp);
-        tp->text = p;
-        cp = p;
-        e = table[0][*p];
     }
-    if (e >= 0) {
-        int next = e >> 8;
-        char16_t* p = cp + 1;
-        // L as a name's first letter
-        if (next == S_L && *p < 256 && table[S_L][*p] == S_NAME * 256) {
+    switch (start) {
+    case START_L:
+        if (*p > 255 || table[S_L][*p] != S_NAME * 256) {
+            p = cp; // the table from the L
+            break;
+        }
+        ++p;
+        [[fallthrough]];
+    case START_NAME:
+        p = skip_run(p, runs, RUN_BIT[S_NAME]);
+        if (table[S_NAME][*p] != NAME_DONE) {
             next = S_NAME;
-            ++p;
+            break;
         }
-        if (RUN_BIT[next] & LONG_RUNS)
-            p = skip_state(p, cpp.source->end, next);
-        else if (RUN_BIT[next])
-            p = skip_run(p, cpp.lexRuns.data(), RUN_BIT[next]);
-        c = *p;
-        int end = c < 256 ? table[next][c] : 0;
-        if (next == S_NAME && end == NAME_DONE) {
-            cp = p;
-            end_name(tp, p, result);
-            return true;
-        }
-        if ((next == S_NUMBER && end == NUMBER_DONE) || (next == S_STRING && end == STRING_DONE) ||
-            (next == S_CHAR && end == CHAR_DONE) ||
-            (!RUN_BIT[next] && next != S_L && end < 0 && (~end & 127) >= A_TAKE &&
-             (~end & 127) <= A_BEFORE)) {
-            // An operator of one or two units, a number, a string.
-            if ((~end & 127) == A_TAKE) ++p;
-            tp->type = static_cast<uint8_t>(~end >> 7);
-            tp->len = static_cast<uint64_t>(p - tp->text);
-            cp = p;
-            return true;
-        }
+        put_token(tp, PP_NAME, ws, text, p);
+        end_name(tp, p, result);
         cp = p;
-        state = table[next];
-        return false;
-    }
-    if ((~e & 127) == A_TAKE) { // one-unit punctuation
-        tp->type = static_cast<uint8_t>(~e >> 7);
-        tp->len = 1;
-        cp += 1;
+        return true;
+    case START_NUMBER:
+        p = skip_run(p, runs, RUN_BIT[S_NUMBER]);
+        if (table[S_NUMBER][*p] != NUMBER_DONE) {
+            next = S_NUMBER;
+            break;
+        }
+        put_token(tp, PP_NUMBER, ws, text, p);
+        cp = p;
+        return true;
+    case START_STRING:
+    case START_CHAR: {
+        int st = start == START_STRING ? S_STRING : S_CHAR;
+        p = skip_state(p, cpp.source->end, st);
+        if (table[st][*p] != (start == START_STRING ? STRING_DONE : CHAR_DONE)) {
+            next = st;
+            break;
+        }
+        ++p;
+        put_token(tp, start == START_STRING ? PP_STRING : PP_CHAR, ws, text, p);
+        cp = p;
         return true;
     }
+    case START_PUNCT:
+        put_token(tp, ~table[0][*cp] >> 7, ws, text, p);
+        cp = p;
+        return true;
+    case START_OP: {
+        next = table[0][*cp] >> 8;
+        int end = *p < 256 ? table[next][*p] : 0;
+        int action = ~end & 127;
+        if (end < 0 && (action == A_TAKE || action == A_BEFORE)) {
+            if (action == A_TAKE) ++p;
+            put_token(tp, ~end >> 7, ws, text, p);
+            cp = p;
+            return true;
+        }
+        break;
+    }
+    default:
+        if (next == 0) p = cp; // the table from the start
+        break;
+    }
+    tp->flag = 0;
+    tp->hideset = 0;
+    tp->wslen = ws;
+    tp->text = text;
+    cp = p;
+    state = table[next];
     return false;
 }
 
@@ -428,6 +479,28 @@ void build_lexer_table() {
         if (RUN_BIT[st])
             for (int c = 0; c < 256; ++c)
                 if (table[st][c] == st * 256) runs[c] |= RUN_BIT[st];
+    // How tokens begin, from state 0's row.
+    for (int c = 0; c < 256; ++c) {
+        int e = table[0][c];
+        uint8_t start = START_TABLE;
+        if (e < 0)
+            start = (~e & 127) == A_TAKE ? START_PUNCT : START_TABLE;
+        else if (e == S_SPACE * 256)
+            start = START_SPACE;
+        else if (e == S_NAME * 256)
+            start = START_NAME;
+        else if (e == S_L * 256)
+            start = START_L;
+        else if (e == S_NUMBER * 256)
+            start = START_NUMBER;
+        else if (e == S_STRING * 256)
+            start = START_STRING;
+        else if (e == S_CHAR * 256)
+            start = START_CHAR;
+        else if (!RUN_BIT[e >> 8])
+            start = START_OP;
+        cpp.lexStart[c] = start;
+    }
     // Literals and comments: the units that end their runs, when they are
     // few, repeated to fill the list.
     std::memset(cpp.lexStops, 0, sizeof cpp.lexStops);
@@ -477,7 +550,11 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     const uint8_t* runs = cpp.lexRuns.data();
     PpToken* limit = row->base + row->max;
     for (;;) {
-        PpToken* tp = fresh_slot(row, limit, cp);
+        if (row->last >= limit) {
+            growRow(2 * row->max, row);
+            limit = row->base + row->max;
+        }
+        PpToken* tp = row->last;
         // The current state's row of the table, rather than its number:
         // the inner loop then costs a load per unit.
         const int16_t* state = table[0];

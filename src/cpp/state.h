@@ -317,6 +317,8 @@ struct CppState {
     // each repeated eight times (none: the state's runs are skipped through
     // lexRuns alone).
     alignas(16) char16_t lexStops[32][LEX_STOPS][8] = {};
+    uint8_t lexStart[256] = {}; // how a token that begins with the unit goes on
+
     TokenRow* lexing = nullptr; // the row the lexer appends to
     uint32_t macroBits[64] = {};
 
