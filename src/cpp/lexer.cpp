@@ -237,7 +237,7 @@ PpToken* fresh_slot(TokenRow* row, PpToken*& limit, const char16_t* cp) {
 }
 
 // States that a run of units leaves unchanged, each with its bit in
-// lexRuns: the skip over such a run is exactly what the table would do.
+// unit_ends: the skip over such a run is exactly what the table would do.
 enum State : int {
     S_NUMBER = 1,
     S_NAME = 4,
@@ -261,16 +261,22 @@ constexpr std::array<uint8_t, 32> run_bits() {
     return bits;
 }
 constexpr std::array<uint8_t, 32> RUN_BIT = run_bits();
+
+// Per unit, one bit for each run state whose runs it ends, so that a run is
+// skipped without a table step per unit. Derived from the table whenever it
+// is built; the units above 255 keep every state, so their entries stay 0
+// (and cost no filling: the table is static storage).
+uint8_t unit_ends[65536];
 constexpr uint8_t LONG_RUNS = 4 | 8 | 16 | 32; // literals and comments
 
 // Past the units from p on that keep the state of `bit`. The markers end
 // every run, so four at a time read nothing past them.
-inline char16_t* skip_run(char16_t* p, const uint8_t* runs, uint8_t bit) {
+inline char16_t* skip_run(char16_t* p, const uint8_t* ends, uint8_t bit) {
     for (;; p += 4) {
-        if (!(runs[p[0]] & bit)) return p;
-        if (!(runs[p[1]] & bit)) return p + 1;
-        if (!(runs[p[2]] & bit)) return p + 2;
-        if (!(runs[p[3]] & bit)) return p + 3;
+        if (ends[p[0]] & bit) return p;
+        if (ends[p[1]] & bit) return p + 1;
+        if (ends[p[2]] & bit) return p + 2;
+        if (ends[p[3]] & bit) return p + 3;
     }
 }
 
@@ -278,17 +284,17 @@ inline char16_t* skip_run(char16_t* p, const uint8_t* runs, uint8_t bit) {
 // time while eight lie before `end`, by comparing with the units that end
 // the state's runs.
 inline char16_t* skip_state(char16_t* p, const char16_t* end, int st) {
-    const uint8_t* runs = cpp.lexRuns.data();
+    const uint8_t* ends = unit_ends;
 #if defined(__SSE2__)
     const auto* stops = reinterpret_cast<const __m128i*>(cpp.lexStops[st]);
     if (cpp.lexStops[st][0][0]) {
         // Most literals are short: their first units one by one.
         uint8_t bit = RUN_BIT[st];
         for (int k = 0; k < 2; ++k, p += 4) {
-            if (!(runs[p[0]] & bit)) return p;
-            if (!(runs[p[1]] & bit)) return p + 1;
-            if (!(runs[p[2]] & bit)) return p + 2;
-            if (!(runs[p[3]] & bit)) return p + 3;
+            if (ends[p[0]] & bit) return p;
+            if (ends[p[1]] & bit) return p + 1;
+            if (ends[p[2]] & bit) return p + 2;
+            if (ends[p[3]] & bit) return p + 3;
         }
         while (end - p >= 8) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
@@ -306,7 +312,7 @@ inline char16_t* skip_state(char16_t* p, const char16_t* end, int st) {
 #else
     (void)end;
 #endif
-    return skip_run(p, runs, RUN_BIT[st]);
+    return skip_run(p, ends, RUN_BIT[st]);
 }
 
 constexpr int16_t SPACE_DONE = act(PP_END, A_SPACE_DONE);
@@ -349,24 +355,24 @@ void put_token(PpToken* tp, int kind, uint64_t ws, const char16_t* text, const c
 // plainly ends it. True when the token is complete; otherwise the slot is
 // prepared and cp and state are where the table goes on (a splice, a
 // refill, a marker, anything rarer).
-bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* result) {
+bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* result,
+                const uint8_t* starts, const uint8_t* ends) {
     const auto& table = cpp.lexTable;
-    const uint8_t* runs = cpp.lexRuns.data();
     const char16_t* text = cp;
     uint64_t ws = 0;
     char16_t c = *cp;
-    uint8_t start = c < 256 ? cpp.lexStart[c] : uint8_t{START_TABLE};
+    uint8_t start = c < 256 ? starts[c] : uint8_t{START_TABLE};
     char16_t* p = cp + 1;
     int next = 0;
     if (start == START_SPACE) {
-        p = skip_run(p, runs, RUN_BIT[S_SPACE]);
+        p = skip_run(p, ends, RUN_BIT[S_SPACE]);
         if (table[S_SPACE][*p] != SPACE_DONE) {
             next = S_SPACE;
             start = START_TABLE;
         } else {
             ws = static_cast<uint64_t>(p - cp);
             text = cp = p;
-            start = cpp.lexStart[*p]; // below 256: the run ends there
+            start = starts[*p]; // below 256: the run ends there
             p = cp + 1;
         }
     }
@@ -379,7 +385,7 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
         ++p;
         [[fallthrough]];
     case START_NAME:
-        p = skip_run(p, runs, RUN_BIT[S_NAME]);
+        p = skip_run(p, ends, RUN_BIT[S_NAME]);
         if (table[S_NAME][*p] != NAME_DONE) {
             next = S_NAME;
             break;
@@ -389,7 +395,7 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
         cp = p;
         return true;
     case START_NUMBER:
-        p = skip_run(p, runs, RUN_BIT[S_NUMBER]);
+        p = skip_run(p, ends, RUN_BIT[S_NUMBER]);
         if (table[S_NUMBER][*p] != NUMBER_DONE) {
             next = S_NUMBER;
             break;
@@ -472,13 +478,12 @@ void build_lexer_table() {
     for (auto& row : table)
         for (int16_t& e : row)
             if (e >= 0) e = static_cast<int16_t>(e * 256);
-    uint8_t* runs = cpp.lexRuns.data();
-    std::memset(runs, 0, 256);
-    std::memset(runs + 256, 0xFF, cpp.lexRuns.size() - 256);
+    uint8_t* ends = unit_ends;
+    std::memset(ends, 0, 256);
     for (int st = 0; st < 32; ++st)
         if (RUN_BIT[st])
             for (int c = 0; c < 256; ++c)
-                if (table[st][c] == st * 256) runs[c] |= RUN_BIT[st];
+                if (table[st][c] != st * 256) ends[c] |= RUN_BIT[st];
     // How tokens begin, from state 0's row.
     for (int c = 0; c < 256; ++c) {
         int e = table[0][c];
@@ -508,7 +513,7 @@ void build_lexer_table() {
         char16_t stops[256];
         size_t n = 0;
         for (int c = 0; c < 256; ++c)
-            if (!(runs[c] & RUN_BIT[st])) stops[n++] = static_cast<char16_t>(c);
+            if (ends[c] & RUN_BIT[st]) stops[n++] = static_cast<char16_t>(c);
         if (n == 0 || n > LEX_STOPS || stops[0] == 0) continue;
         for (size_t i = 0; i < LEX_STOPS; ++i)
             for (char16_t& u : cpp.lexStops[st][i]) u = stops[i < n ? i : 0];
@@ -547,8 +552,9 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     const int16_t* const rows = table[0];
     char16_t* cp = s->cursor;
     uint32_t result = 0;
-    const uint8_t* runs = cpp.lexRuns.data();
     PpToken* limit = row->base + row->max;
+    const uint8_t* starts = cpp.lexStart;
+    const uint8_t* ends = unit_ends;
     for (;;) {
         if (row->last >= limit) {
             growRow(2 * row->max, row);
@@ -558,7 +564,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
         // The current state's row of the table, rather than its number:
         // the inner loop then costs a load per unit.
         const int16_t* state = table[0];
-        if (fast_token(tp, cp, state, &result)) {
+        if (fast_token(tp, cp, state, &result, starts, ends)) {
             row->last = tp + 1;
             continue;
         }
@@ -573,7 +579,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 state = rows + e;
                 ++cp;
                 if (uint8_t bit = RUN_BIT[e >> 8])
-                    cp = bit & LONG_RUNS ? skip_state(cp, s->end, e >> 8) : skip_run(cp, runs, bit);
+                    cp = bit & LONG_RUNS ? skip_state(cp, s->end, e >> 8) : skip_run(cp, ends, bit);
                 continue;
             }
             e = ~e;

@@ -308,14 +308,9 @@ struct CppState {
 
     // Lexer
     int16_t lexTable[32][256] = {};
-    // Per unit, one bit for each state that a run of such units leaves
-    // unchanged (white space, names, numbers, literals, comments), so that
-    // runs are skipped without a table step each. Every unit has an entry:
-    // those above 255 keep any state.
-    std::vector<uint8_t> lexRuns = std::vector<uint8_t>(65536);
     // The few units that end a run of a literal or a comment, per state,
     // each repeated eight times (none: the state's runs are skipped through
-    // lexRuns alone).
+    // unit_ends of lexer.cpp alone).
     alignas(16) char16_t lexStops[32][LEX_STOPS][8] = {};
     uint8_t lexStart[256] = {}; // how a token that begins with the unit goes on
 
