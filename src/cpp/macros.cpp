@@ -126,10 +126,12 @@ uint32_t name_hash(const char16_t* name, size_t len) {
     constexpr uint64_t K = 0x9E3779B97F4A7C15u;
     uint64_t h = len * K;
     if (len >= 4) {
-        for (size_t i = 0; i + 4 < len; i += 4) {
+        size_t i = 0;
+        for (; i + 8 < len; i += 8) {
             h = (h ^ load4(name + i)) * K;
-            h ^= h >> 29;
+            h = (h ^ load4(name + i + 4) ^ (h >> 29)) * K;
         }
+        if (i + 4 < len) h = (h ^ load4(name + i)) * K;
         h = (h ^ load4(name + len - 4)) * K;
     } else {
         uint64_t tail = 0;
@@ -152,16 +154,12 @@ bool same_units(const char16_t* a, const char16_t* b, size_t len) {
 
 } // namespace
 
-Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
-    uint32_t hash = name_hash(name, len);
+namespace {
+
+// Kept apart from the search, which is the hot path.
+[[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash) {
+    if (cpp.symbolCount >= cpp.buckets.size()) grow_table();
     Symbol** bucket = &cpp.buckets[bucket_of(hash)];
-    for (Symbol* s = *bucket; s; s = s->next)
-        if (s->hash == hash && s->len == len && same_units(s->name, name, len)) return s;
-    if (!install) return nullptr;
-    if (cpp.symbolCount >= cpp.buckets.size()) {
-        grow_table();
-        bucket = &cpp.buckets[bucket_of(hash)];
-    }
     Symbol* s = cpp.arena.make<Symbol>();
     s->name = cpp.arena.copy(name, len);
     s->len = len;
@@ -172,6 +170,15 @@ Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
     char16_t second = len > 1 ? name[1] : 0;
     cpp.macroBits[name[0] & 63] |= 1u << (second & 31);
     return s;
+}
+
+} // namespace
+
+Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
+    uint32_t hash = name_hash(name, len);
+    for (Symbol* s = cpp.buckets[bucket_of(hash)]; s; s = s->next)
+        if (s->hash == hash && s->len == len && same_units(s->name, name, len)) return s;
+    return install ? install_name(name, len, hash) : nullptr;
 }
 
 Symbol* lookupSymbol(const PpToken* tp, bool install) {
