@@ -119,9 +119,9 @@ uint64_t load4(const char16_t* p) {
     return w;
 }
 
-// Four units at a time, the last four (which may overlap the ones before)
-// in one piece; the last multiply carries every unit into the high half,
-// which is what is kept.
+// Four units a load, eight a round, the last four (which may overlap the
+// ones before) in one piece; the last multiply carries every unit into the
+// high half, which is what is kept.
 uint32_t name_hash(const char16_t* name, size_t len) {
     constexpr uint64_t K = 0x9E3779B97F4A7C15u;
     uint64_t h = len * K;
