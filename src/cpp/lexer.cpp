@@ -315,17 +315,21 @@ inline char16_t* skip_state(char16_t* p, const char16_t* end, int st) {
     return skip_run(p, ends, RUN_BIT[st]);
 }
 
-constexpr int16_t SPACE_DONE = act(PP_END, A_SPACE_DONE);
 constexpr int16_t NAME_DONE = act(PP_NAME, A_NAME_DONE);
 constexpr int16_t NUMBER_DONE = act(PP_NUMBER, A_BEFORE);
 constexpr int16_t STRING_DONE = act(PP_STRING, A_TAKE);
 constexpr int16_t CHAR_DONE = act(PP_CHAR, A_TAKE);
 
+// The name's bit of macroBits, for the result of lexLine.
+uint32_t name_bit(const char16_t* text, const char16_t* end) {
+    char16_t second = end - text > 1 ? text[1] : 0;
+    return cpp.macroBits[text[0] & 63] & (1u << (second & 31));
+}
+
 void end_name(PpToken* tp, const char16_t* end, uint32_t* result) {
     tp->type = PP_NAME;
     tp->len = static_cast<uint64_t>(end - tp->text);
-    char16_t second = tp->len > 1 ? tp->text[1] : 0;
-    *result |= cpp.macroBits[tp->text[0] & 63] & (1u << (second & 31));
+    *result |= name_bit(tp->text, end);
 }
 
 // How the common tokens begin, by their first unit (lexStart).
@@ -365,14 +369,15 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
     char16_t* p = cp + 1;
     int next = 0;
     if (start == START_SPACE) {
+        // Every unit that starts a token of its own plainly ends white
+        // space; the others (a line end, a splice, a refill) are the table's.
         p = skip_run(p, ends, RUN_BIT[S_SPACE]);
-        if (table[S_SPACE][*p] != SPACE_DONE) {
+        start = starts[*p]; // below 256: the run ends there
+        if (start == START_TABLE) {
             next = S_SPACE;
-            start = START_TABLE;
         } else {
             ws = static_cast<uint64_t>(p - cp);
             text = cp = p;
-            start = starts[*p]; // below 256: the run ends there
             p = cp + 1;
         }
     }
@@ -391,7 +396,7 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
             break;
         }
         put_token(tp, PP_NAME, ws, text, p);
-        end_name(tp, p, result);
+        *result |= name_bit(text, p);
         cp = p;
         return true;
     case START_NUMBER:
