@@ -525,6 +525,10 @@ void build_lexer_table() {
     }
 }
 
+bool continues_name(char16_t c) {
+    return !(unit_ends[c] & RUN_BIT[S_NAME]);
+}
+
 void makeRow(size_t capacity, TokenRow* row) {
     row->base = static_cast<PpToken*>(mem_alloc(capacity * sizeof(PpToken)));
     row->cur = row->last = row->base;

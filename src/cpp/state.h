@@ -106,6 +106,7 @@ void makeRow(size_t capacity, TokenRow* row);
 PpToken* growRow(size_t capacity, TokenRow* row);
 void freeRow(TokenRow* row);
 uint32_t lexLine(TokenRow* row, bool reset);
+bool continues_name(char16_t c); // the unit keeps a name going
 
 // Token flag bits: bit 0 as the lexer documents it; bit 1 marks a text that
 // has a blank unit in front of it, so a space can be given without a copy.

@@ -2,7 +2,8 @@
 // literals, comments): every length and every place of the unit that ends
 // or interrupts a run, at the end of a text input and across the refills of
 // a file. Also the names that the symbol table tells apart only by their
-// last or middle units, and the operator pairs that expansion keeps apart.
+// last or middle units, the operator pairs that expansion keeps apart, and
+// the names that pasting makes.
 #include "cpp/pp_fixture.h"
 
 using namespace tarn_test;
@@ -105,4 +106,19 @@ TEST_F(Runs, OperatorPairsKeptApart) {
     script += "F(+)- F(<)> F(&)| F(=)! F(/)+ F(^)^ F(%)%\n";
     expect += "+- <> &| =! /+ ^^ %%";
     EXPECT_EQ(lines(pp(script)), expect);
+}
+
+TEST_F(Runs, PastedNames) {
+    // A name joined with units that go on a name is one name, rescanned as
+    // such; anything else is read by the lexer, with its warning.
+    const std::string h = "#define h(a,b) a##b\n";
+    check({
+        {h + "#define x1 one\n#define Labc wide\n#define x\xe9 E\n#define x_9 U\n"
+             "h(x,1) h(L,abc) h(x,\xe9) h(x,_9) h(1,x) h(x,0x1F) h(L,\"s\")\n",
+         "one wide E U 1x x0x1F L\"s\""},
+        {h + "#define f1(a) [a]\nh(f,1)(2) h(f,1) (3)\n", "[2] [3]"},
+        {h + "h(a,1.5)\n", "a1.5", "warning: Bad token (a1.5) produced by ##."},
+        {h + "h(x,1e+5)\n", "x1e+5", "warning: Bad token (x1e+5) produced by ##."},
+        {h + "h(+,x)\n", "+x", "warning: Bad token (+x) produced by ##."},
+    });
 }
