@@ -268,6 +268,7 @@ constexpr std::array<uint8_t, 32> RUN_BIT = run_bits();
 // (and cost no filling: the table is static storage).
 uint8_t unit_ends[65536];
 constexpr uint8_t LONG_RUNS = 4 | 8 | 16 | 32; // literals and comments
+constexpr int CONTROL_UNITS = 32;
 
 // Past the units from p on that keep the state of `bit`. The markers end
 // every run, so four at a time read nothing past them.
@@ -296,15 +297,16 @@ inline char16_t* skip_state(char16_t* p, const char16_t* end, int st) {
             if (ends[p[2]] & bit) return p + 2;
             if (ends[p[3]] & bit) return p + 3;
         }
+        // A control unit (the line feed and the markers among them) or
+        // one of the two others stops the run; a control unit that does not
+        // end it (a tab) only hands a step to the table.
+        const __m128i controls = _mm_set1_epi16(CONTROL_UNITS - 1);
+        const __m128i zero = _mm_setzero_si128();
         while (end - p >= 8) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-            __m128i m = _mm_or_si128(
-                _mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops)),
-                             _mm_cmpeq_epi16(v, _mm_load_si128(stops + 1))),
-                _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops + 2)),
-                                          _mm_cmpeq_epi16(v, _mm_load_si128(stops + 3))),
-                             _mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops + 4)),
-                                          _mm_cmpeq_epi16(v, _mm_load_si128(stops + 5)))));
+            __m128i m = _mm_or_si128(_mm_cmpeq_epi16(_mm_subs_epu16(v, controls), zero),
+                                     _mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops)),
+                                                  _mm_cmpeq_epi16(v, _mm_load_si128(stops + 1))));
             if (int bits = _mm_movemask_epi8(m)) return p + (__builtin_ctz(bits) >> 1);
             p += 8;
         }
@@ -511,15 +513,15 @@ void build_lexer_table() {
             start = START_OP;
         cpp.lexStart[c] = start;
     }
-    // Literals and comments: the units that end their runs, when they are
-    // few, repeated to fill the list.
+    // Literals and comments: the units that end their runs, when all but
+    // at most two of them are control units (below CONTROL_UNITS).
     std::memset(cpp.lexStops, 0, sizeof cpp.lexStops);
     for (int st : {S_STRING, S_CHAR, S_BLOCK, S_LINE}) {
         char16_t stops[256];
         size_t n = 0;
-        for (int c = 0; c < 256; ++c)
+        for (int c = CONTROL_UNITS; c < 256; ++c)
             if (ends[c] & RUN_BIT[st]) stops[n++] = static_cast<char16_t>(c);
-        if (n == 0 || n > LEX_STOPS || stops[0] == 0) continue;
+        if (n == 0 || n > LEX_STOPS) continue;
         for (size_t i = 0; i < LEX_STOPS; ++i)
             for (char16_t& u : cpp.lexStops[st][i]) u = stops[i < n ? i : 0];
     }

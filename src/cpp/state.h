@@ -298,7 +298,7 @@ struct GuardedHeader {
 };
 
 // ---- All of it
-constexpr size_t LEX_STOPS = 6;
+constexpr size_t LEX_STOPS = 2;
 
 struct CppState {
     // Sources

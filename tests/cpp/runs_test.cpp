@@ -28,6 +28,8 @@ TEST_F(Runs, LiteralsAndCommentsOfEveryLength) {
                 {u"\"" + before + u"\u20ac" + after + u"\"", "4:\"" + b + "\u20ac" + f + "\" 0:"},
                 {u"\"" + before + u"\\\n" + after + u"\"", "4:\"" + plain + "\" 0:"},
                 {u"\"" + before + u"\\z" + after + u"\"", "4:\"" + b + "\\z" + f + "\" 0:"},
+                {u"\"" + before + u"\t" + after + u"\"", "4:\"" + b + "\t" + f + "\" 0:"},
+                {u"a/*" + before + u"\r" + after + u"*/b", "2:a 2:(1)b 0:"},
                 {u"a/*" + before + u"*" + after + u"*/b", "2:a 2:(1)b 0:"},
                 {u"a/*" + a + u"*/", "2:a 0:(1)"},
                 {u"a//" + a + u"\n", "2:a 6:\n"},
