@@ -190,11 +190,13 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
     size_t n = static_cast<size_t>(to - from);
     size_t units = 0;
     for (const PpToken* tp = from; tp < to; ++tp) units += tp->len + 1;
-    TokenRow* row = cpp.arena.make<TokenRow>();
-    PpToken* tokens =
-        static_cast<PpToken*>(cpp.arena.alloc(std::max<size_t>(n, 1) * sizeof(PpToken)));
-    char16_t* texts =
-        static_cast<char16_t*>(cpp.arena.alloc(std::max<size_t>(units, 1) * sizeof(char16_t)));
+    // The row, its tokens and their texts in one piece of the arena.
+    static_assert(sizeof(TokenRow) % alignof(PpToken) == 0);
+    char* block = static_cast<char*>(cpp.arena.alloc(
+        sizeof(TokenRow) + n * sizeof(PpToken) + std::max<size_t>(units, 1) * sizeof(char16_t)));
+    auto* row = new (block) TokenRow();
+    auto* tokens = reinterpret_cast<PpToken*>(block + sizeof(TokenRow));
+    auto* texts = reinterpret_cast<char16_t*>(block + sizeof(TokenRow) + n * sizeof(PpToken));
     for (size_t i = 0; i < n; ++i) {
         PpToken t = from[i];
         texts[0] = u' ';
@@ -204,7 +206,7 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
         t.wslen = (t.wslen && i > 0) ? 1 : 0;
         t.flag = FLAG_ROOM;
         t.hideset = 0;
-        tokens[i] = t;
+        new (tokens + i) PpToken(t);
     }
     row->base = row->cur = tokens;
     row->last = tokens + n;
@@ -214,16 +216,12 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
 
 // ---- Storage
 
-void* Arena::alloc(size_t bytes) {
-    constexpr size_t ALIGN = 16;
+void* Arena::refill(size_t bytes) {
     constexpr size_t BLOCK = 256 * 1024;
-    bytes = (bytes + ALIGN - 1) & ~(ALIGN - 1);
-    if (bytes > left) {
-        size_t size = std::max(bytes, BLOCK);
-        blocks.emplace_back(new char[size]);
-        cur = blocks.back().get();
-        left = size;
-    }
+    size_t size = std::max(bytes, BLOCK);
+    blocks.emplace_back(new char[size]);
+    cur = blocks.back().get();
+    left = size;
     void* p = cur;
     cur += bytes;
     left -= bytes;

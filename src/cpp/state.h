@@ -275,7 +275,16 @@ struct Arena {
     std::vector<std::unique_ptr<char[]>> blocks;
     char* cur = nullptr;
     size_t left = 0;
-    void* alloc(size_t bytes);
+    void* alloc(size_t bytes) {
+        constexpr size_t ALIGN = 16;
+        bytes = (bytes + ALIGN - 1) & ~(ALIGN - 1);
+        if (bytes > left) return refill(bytes);
+        void* p = cur;
+        cur += bytes;
+        left -= bytes;
+        return p;
+    }
+    void* refill(size_t bytes);                  // a new block, when this one is used up
     char16_t* copy(const char16_t* s, size_t n); // zero-terminated copy
     template <class T> T* make() { return new (alloc(sizeof(T))) T(); }
 };
