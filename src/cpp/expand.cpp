@@ -608,8 +608,18 @@ void expandMacro(TokenRow* row, Symbol* sym) {
         // The same steps without a working copy. The hideset is still made,
         // so that the table fills as it would.
         new_hideset(row->base[at].hideset, sym);
-        bool spaced = real_space(row->base + at);
-        replaceTokens(row, at, 1, body ? body->base : nullptr, body ? rowlen(body) : 0, spaced);
+        PpToken* tp = row->base + at;
+        bool spaced = real_space(tp);
+        if (body && rowlen(body) == 1) { // one token for one, most macros
+            *tp = *body->base;
+            if (spaced)
+                giveSpace(tp);
+            else
+                separateToken(row, at);
+            separateToken(row, at + 1);
+        } else {
+            replaceTokens(row, at, 1, body ? body->base : nullptr, body ? rowlen(body) : 0, spaced);
+        }
         row->cur = row->base + at;
         return;
     }
