@@ -567,16 +567,16 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     const uint8_t* starts = cpp.lexStart;
     const uint8_t* ends = unit_ends;
     for (;;) {
-        if (row->last >= limit) {
-            growRow(2 * row->max, row);
-            limit = row->base + row->max;
-        }
-        PpToken* tp = row->last;
         // The current state's row of the table, rather than its number:
         // the inner loop then costs a load per unit.
         const int16_t* state = table[0];
-        if (fast_token(tp, cp, state, &result, starts, ends)) {
-            row->last = tp + 1;
+        // The common tokens one after another, the row's end at hand.
+        PpToken* tp = row->last;
+        while (tp < limit && fast_token(tp, cp, state, &result, starts, ends)) ++tp;
+        row->last = tp;
+        if (tp >= limit) {
+            growRow(2 * row->max, row);
+            limit = row->base + row->max;
             continue;
         }
         for (;;) {
