@@ -122,7 +122,7 @@ uint64_t load4(const char16_t* p) {
 // Four units a load, eight a round, the last four (which may overlap the
 // ones before) in one piece; the last multiply carries every unit into the
 // high half, which is what is kept.
-uint32_t name_hash(const char16_t* name, size_t len) {
+[[gnu::always_inline]] inline uint32_t name_hash(const char16_t* name, size_t len) {
     constexpr uint64_t K = 0x9E3779B97F4A7C15u;
     uint64_t h = len * K;
     if (len >= 4) {
@@ -179,10 +179,6 @@ Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
     for (Symbol* s = cpp.buckets[bucket_of(hash)]; s; s = s->next)
         if (s->hash == hash && s->len == len && same_units(s->name, name, len)) return s;
     return install ? install_name(name, len, hash) : nullptr;
-}
-
-Symbol* lookupSymbol(const PpToken* tp, bool install) {
-    return lookup_name(tp->text, tp->len, install);
 }
 
 bool symbol_is_defined(const PpToken* tp) {

@@ -203,8 +203,10 @@ struct Symbol {
 
 constexpr size_t SYMBOL_BUCKETS = 512; // at first; doubled when the table fills
 
-Symbol* lookupSymbol(const PpToken* tp, bool install);
 Symbol* lookup_name(const char16_t* name, size_t len, bool install);
+inline Symbol* lookupSymbol(const PpToken* tp, bool install) {
+    return lookup_name(tp->text, tp->len, install);
+}
 void seed_symbols();
 void defineMacro(TokenRow* row);
 void undefineMacro(TokenRow* row);
