@@ -5,6 +5,8 @@
 #include "cpp/state.h"
 
 #include <array>
+#include <bit>
+#include <cstddef>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -348,9 +350,11 @@ enum Start : uint8_t {
 };
 
 void put_token(PpToken* tp, int kind, uint64_t ws, const char16_t* text, const char16_t* end) {
-    tp->type = static_cast<uint8_t>(kind);
-    tp->flag = 0;
-    tp->hideset = 0;
+    // Kind, flag and hideset (0) in one store.
+    static_assert(offsetof(PpToken, flag) == 1 && offsetof(PpToken, hideset) == 4 &&
+                  offsetof(PpToken, wslen) == 8 && std::endian::native == std::endian::little);
+    uint64_t head = static_cast<uint8_t>(kind);
+    std::memcpy(static_cast<void*>(tp), &head, sizeof head);
     tp->wslen = ws;
     tp->len = static_cast<uint64_t>(end - text);
     tp->text = text;
