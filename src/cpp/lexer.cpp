@@ -269,7 +269,11 @@ constexpr std::array<uint8_t, 32> RUN_BIT = run_bits();
 // is built; the units above 255 keep every state, so their entries stay 0
 // (and cost no filling: the table is static storage).
 uint8_t unit_ends[65536];
-constexpr uint8_t LONG_RUNS = 4 | 8 | 16 | 32; // literals and comments
+// Literals and comments: the runs that may be long.
+constexpr uint8_t LONG_RUNS =
+    RUN_BIT[S_STRING] | RUN_BIT[S_CHAR] | RUN_BIT[S_BLOCK] | RUN_BIT[S_LINE];
+// The units below this one (line feed, markers, tab ...) are tested as one
+// range by the eight-unit skip.
 constexpr int CONTROL_UNITS = 32;
 
 // Past the units from p on that keep the state of `bit`. The markers end

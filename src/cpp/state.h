@@ -320,9 +320,9 @@ struct CppState {
 
     // Lexer
     int16_t lexTable[32][256] = {};
-    // The few units that end a run of a literal or a comment, per state,
-    // each repeated eight times (none: the state's runs are skipped through
-    // unit_ends of lexer.cpp alone).
+    // Per literal or comment state, the units from 32 up that end its runs
+    // (at most two, the second repeating the first if need be), each eight
+    // times over; none when there are more (lexer.cpp).
     alignas(16) char16_t lexStops[32][LEX_STOPS][8] = {};
     uint8_t lexStart[256] = {}; // how a token that begins with the unit goes on
 
