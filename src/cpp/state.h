@@ -243,8 +243,13 @@ void runDirective(TokenRow* row);
 void doInclude(TokenRow* row);
 // The include-guard watch: each line of a file before it is handled and
 // after, and the file's end (before it is closed).
-void guardLine(SourceFile* s, const TokenRow* row);
-void guardLineDone(SourceFile* s);
+void guard_watch(SourceFile* s, const TokenRow* row);
+inline void guardLine(SourceFile* s, const TokenRow* row) {
+    if (s->guard != GUARD_OFF) guard_watch(s, row);
+}
+inline void guardLineDone(SourceFile* s) {
+    if (s->lineinc != 1) s->guard = GUARD_OFF; // a splice or a macro call over several lines
+}
 void guardFileDone(SourceFile* s);
 void addIncludeDir(const char16_t* path, uint32_t kind, bool append);
 void setup_include_dirs();
