@@ -4,6 +4,7 @@
 // the white-space count in front of the next token.
 #include "cpp/state.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -470,29 +471,39 @@ void build_lexer_table() {
     for (int c = 0; c < 256; ++c)
         letters[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$' ||
                      plat_is_alpha(static_cast<char16_t>(c));
+    // The members of the smaller classes, listed once; "any" fills a row.
+    char16_t members[3][256];
+    size_t counts[3] = {};
+    for (int c = 0; c < 256; ++c)
+        for (int16_t cls : {C_LETTER, C_DIGIT, C_SPACE})
+            if (in_class(cls, c, letters))
+                members[cls - C_LETTER][counts[cls - C_LETTER]++] = static_cast<char16_t>(c);
+    // A next state is kept as the offset of its row, which spares the
+    // inner loop a multiplication.
+    auto entry = [](int16_t target) {
+        return target >= 0 ? static_cast<int16_t>(target * 256) : target;
+    };
     for (const Transition& t : TRANSITIONS)
         for (int16_t cls : t.on) {
             if (cls == 0) break;
+            int16_t e = entry(t.target);
             if (cls < C_ANY) { // a single unit
-                table[t.state][cls] = t.target;
-                continue;
+                table[t.state][cls] = e;
+            } else if (cls == C_ANY) {
+                std::fill(std::begin(table[t.state]), std::end(table[t.state]), e);
+            } else {
+                for (size_t i = 0; i < counts[cls - C_LETTER]; ++i)
+                    table[t.state][members[cls - C_LETTER][i]] = e;
             }
-            for (int c = 0; c < 256; ++c)
-                if (in_class(cls, c, letters)) table[t.state][c] = t.target;
         }
     constexpr int BACKSLASH = '\\';
     for (auto& row : table) {
         int16_t e = row[BACKSLASH];
-        int v = e >= 0 ? e : ~e;
+        int v = e >= 0 ? e / 256 : ~e;
         row[BACKSLASH] = static_cast<int16_t>(~(v | SPLICE_CHECK));
         row[BufferEndMark] = act(PP_END, A_REFILL);
         if (row[InputEndMark] >= 0) row[InputEndMark] = act(PP_END, A_END);
     }
-    // A next state is kept as the offset of its row, which spares the
-    // inner loop a multiplication.
-    for (auto& row : table)
-        for (int16_t& e : row)
-            if (e >= 0) e = static_cast<int16_t>(e * 256);
     uint8_t* ends = unit_ends;
     std::memset(ends, 0, 256);
     for (int st = 0; st < 32; ++st)
