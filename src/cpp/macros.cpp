@@ -191,6 +191,7 @@ void seed_symbols() {
         Symbol* s = lookup_name(r.name, std::char_traits<char16_t>::length(r.name), true);
         s->value = r.value;
         s->flags = r.flags;
+        if (r.flags & SYM_DIRECTIVE) cpp.keywords[r.value] = s;
         if (r.value == KW_DEFINED) {
             // `defined` is a defined name that expands to itself; #if lines
             // switch its value to KW_DEFINED while they are expanded.

@@ -338,6 +338,7 @@ struct CppState {
     std::vector<Symbol*> buckets = std::vector<Symbol*>(SYMBOL_BUCKETS);
     size_t symbolCount = 0;
     Symbol* definedSymbol = nullptr;
+    Symbol* keywords[KW_PRAGMA + 1] = {}; // the directive keywords' entries, by value
     HidesetTable hidesets;
 
     // Conditionals and includes
