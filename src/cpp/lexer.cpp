@@ -341,7 +341,7 @@ void end_name(PpToken* tp, const char16_t* end, uint32_t* result) {
     *result |= name_bit(tp->text, end);
 }
 
-// How the common tokens begin, by their first unit (lexStart).
+// How the common tokens begin, by their first unit (unit_start).
 enum Start : uint8_t {
     START_TABLE, // anything else: the table from state 0
     START_SPACE,
@@ -353,6 +353,11 @@ enum Start : uint8_t {
     START_PUNCT, // a token of this one unit
     START_OP,    // an operator of one or two units
 };
+
+// Per unit, how a token that begins with it goes on; like unit_ends, static
+// storage whose entries above 255 stay 0 (START_TABLE).
+uint8_t unit_start[65536];
+static_assert(START_TABLE == 0);
 
 void put_token(PpToken* tp, int kind, uint64_t ws, const char16_t* text, const char16_t* end) {
     // Kind, flag and hideset (0) in one store.
@@ -376,7 +381,7 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
     const char16_t* text = cp;
     uint64_t ws = 0;
     char16_t c = *cp;
-    uint8_t start = c < 256 ? starts[c] : uint8_t{START_TABLE};
+    uint8_t start = starts[c];
     char16_t* p = cp + 1;
     int next = 0;
     if (start == START_SPACE) {
@@ -530,7 +535,7 @@ void build_lexer_table() {
             start = START_CHAR;
         else if (!RUN_BIT[e >> 8])
             start = START_OP;
-        cpp.lexStart[c] = start;
+        unit_start[c] = start;
     }
     // Literals and comments: the units that end their runs, when all but
     // at most two of them are control units (below CONTROL_UNITS).
@@ -583,7 +588,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     char16_t* cp = s->cursor;
     uint32_t result = 0;
     PpToken* limit = row->base + row->max;
-    const uint8_t* starts = cpp.lexStart;
+    const uint8_t* starts = unit_start;
     const uint8_t* ends = unit_ends;
     for (;;) {
         // The current state's row of the table, rather than its number:

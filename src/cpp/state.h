@@ -329,7 +329,6 @@ struct CppState {
     // (at most two, the second repeating the first if need be), each eight
     // times over; none when there are more (lexer.cpp).
     alignas(16) char16_t lexStops[32][LEX_STOPS][8] = {};
-    uint8_t lexStart[256] = {}; // how a token that begins with the unit goes on
 
     TokenRow* lexing = nullptr; // the row the lexer appends to
     uint32_t macroBits[64] = {};
