@@ -160,8 +160,13 @@ namespace {
 [[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash) {
     if (cpp.symbolCount >= cpp.buckets.size()) grow_table();
     Symbol** bucket = &cpp.buckets[bucket_of(hash)];
-    Symbol* s = cpp.arena.make<Symbol>();
-    s->name = cpp.arena.copy(name, len);
+    // The entry and its name in one piece of the arena.
+    void* block = cpp.arena.alloc(sizeof(Symbol) + (len + 1) * sizeof(char16_t));
+    Symbol* s = new (block) Symbol();
+    auto* copy = reinterpret_cast<char16_t*>(static_cast<char*>(block) + sizeof(Symbol));
+    std::memcpy(copy, name, len * sizeof(char16_t));
+    copy[len] = 0;
+    s->name = copy;
     s->len = len;
     s->hash = hash;
     s->next = *bucket;
