@@ -2,8 +2,8 @@
 // literals, comments): every length and every place of the unit that ends
 // or interrupts a run, at the end of a text input and across the refills of
 // a file. Also the names that the symbol table tells apart only by their
-// last or middle units, the operator pairs that expansion keeps apart, and
-// the names that pasting makes.
+// last or middle units, the operator pairs that expansion keeps apart, the
+// names that pasting makes, and the line markers' numbers.
 #include "cpp/pp_fixture.h"
 
 using namespace tarn_test;
@@ -123,4 +123,12 @@ TEST_F(Runs, PastedNames) {
         {h + "h(x,1e+5)\n", "x1e+5", "warning: Bad token (x1e+5) produced by ##."},
         {h + "h(+,x)\n", "+x", "warning: Bad token (+x) produced by ##."},
     });
+}
+
+TEST_F(Runs, LineMarkersOfEveryCount) {
+    // A line number that #line put at the top wraps past it; #line 0 puts
+    // the next line at 0.
+    EXPECT_EQ(pp("#line 2147483647\na\\\nb\nc /*\n*/ d\n#line 0\ne\\\nf\n"),
+              marker(1) + "#line 2147483647\nab\n" + marker(-2147483647) + "c d\n" +
+                  marker(-2147483645) + "#line 0\nef\n" + marker(2));
 }
