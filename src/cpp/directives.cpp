@@ -163,6 +163,21 @@ bool ends_prelude(const TokenRow* row) {
            tp[1].type == PP_NAME && std::u16string_view(tp[1].text, tp[1].len) == u"line";
 }
 
+// The entry of a directive's name. The keywords, most often met first, are
+// found without hashing: their entries, made at load, never leave the table.
+const Symbol* directive_symbol(const PpToken* tp) {
+    static constexpr uint8_t ORDER[] = {KW_DEFINE, KW_ENDIF, KW_IFDEF, KW_IFNDEF,
+                                        KW_IF,     KW_ELSE,  KW_ELIF,  KW_INCLUDE,
+                                        KW_UNDEF,  KW_LINE,  KW_ERROR, KW_PRAGMA};
+    for (uint8_t k : ORDER) {
+        const Symbol* s = cpp.keywords[k];
+        if (s && s->len == tp->len && s->name[0] == tp->text[0] &&
+            std::equal(s->name, s->name + s->len, tp->text))
+            return s;
+    }
+    return lookupSymbol(tp, false);
+}
+
 } // namespace
 
 void runDirective(TokenRow* row) {
@@ -174,7 +189,7 @@ void runDirective(TokenRow* row) {
             report_pp(error_code(MSG_UNIDENTIFIABLE_CONTROL));
         return;
     }
-    const Symbol* sym = lookupSymbol(tp, false);
+    const Symbol* sym = directive_symbol(tp);
     if (!sym || (!(sym->flags & SYM_DIRECTIVE) && !cpp.skipLevel)) {
         report_pp(warning_code(MSG_UNKNOWN_CONTROL), tp);
         return;

@@ -366,6 +366,23 @@ void lex_pasted(const PpToken& left, const PpToken& right, TokenRow* out) {
     std::memcpy(text, left.text, left.len * sizeof(char16_t));
     std::memcpy(text + left.len, right.text, right.len * sizeof(char16_t));
     text[n] = 0;
+    // A name joined with units that go on a name is that one name, as the
+    // lexer would read it.
+    bool name = left.type == PP_NAME && right.len > 0;
+    for (size_t i = 0; name && i < right.len; ++i) name = continues_name(right.text[i]);
+    if (name) {
+        out->last = out->base;
+        PpToken* tp = out->base;
+        *tp = PpToken{};
+        tp->type = PP_NAME;
+        tp->text = text;
+        tp->len = n;
+        tp[1] = PpToken{};
+        tp[1].type = PP_END;
+        tp[1].text = text + n;
+        out->last = tp + 2;
+        return;
+    }
     pushSource(u"<##>", text);
     try {
         lexLine(out, true);
@@ -593,8 +610,18 @@ void expandMacro(TokenRow* row, Symbol* sym) {
         // The same steps without a working copy. The hideset is still made,
         // so that the table fills as it would.
         new_hideset(row->base[at].hideset, sym);
-        bool spaced = real_space(row->base + at);
-        replaceTokens(row, at, 1, body ? body->base : nullptr, body ? rowlen(body) : 0, spaced);
+        PpToken* tp = row->base + at;
+        bool spaced = real_space(tp);
+        if (body && rowlen(body) == 1) { // one token for one, most macros
+            *tp = *body->base;
+            if (spaced)
+                giveSpace(tp);
+            else
+                separateToken(row, at);
+            separateToken(row, at + 1);
+        } else {
+            replaceTokens(row, at, 1, body ? body->base : nullptr, body ? rowlen(body) : 0, spaced);
+        }
         row->cur = row->base + at;
         return;
     }
@@ -624,14 +651,20 @@ void expandMacro(TokenRow* row, Symbol* sym) {
 }
 
 void expandRow(TokenRow* row, const char16_t* name) {
+    // A row without a name that may be a macro stays as it is (most
+    // arguments are numbers); only expanding needs the input pushed.
+    const PpToken* tp = row->cur;
+    while (tp < row->last && (tp->type != PP_NAME || !macro_bit_set(cpp.macroBits, tp))) ++tp;
+    if (tp == row->last) return;
     if (name) pushSource(name, u"");
-    size_t i = static_cast<size_t>(row->cur - row->base);
+    auto i = static_cast<size_t>(tp - row->base);
     while (i < rowlen(row)) {
+        // Past the tokens that cannot be macros, in one go.
         PpToken* tp = row->base + i;
-        if (tp->type != PP_NAME || !macro_bit_set(cpp.macroBits, tp)) {
-            ++i;
-            continue;
-        }
+        const PpToken* last = row->last;
+        while (tp < last && (tp->type != PP_NAME || !macro_bit_set(cpp.macroBits, tp))) ++tp;
+        i = static_cast<size_t>(tp - row->base);
+        if (tp == last) break;
         Symbol* sym = lookupSymbol(tp, false);
         if (!sym || !(sym->flags & (SYM_DEFINED | SYM_BUILTIN)) ||
             (tp->hideset && check_hideset(tp->hideset, sym))) {

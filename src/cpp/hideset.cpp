@@ -79,6 +79,20 @@ uint32_t intern(HidesetTable& t, const Symbol* const* m, size_t n) {
     return static_cast<uint32_t>(index);
 }
 
+// A set of one member is only ever made here, once per symbol and run (the
+// symbol keeps its index), so it is new and needs no place in the index of
+// the sets, which only the larger sets are looked up by.
+uint32_t intern_alone(HidesetTable& t, const Symbol* sym) {
+    size_t limit = compile_state.extended ? size_t{INT32_MAX} : MAX_SETS;
+    if (t.start.size() >= limit) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"new_hideset");
+    auto index = static_cast<uint32_t>(t.start.size());
+    t.start.push_back(static_cast<uint32_t>(t.members.size()));
+    t.members.push_back(sym);
+    t.members.push_back(nullptr);
+    t.hashes.push_back(0); // never compared
+    return index;
+}
+
 } // namespace
 
 void hideset_start() {
@@ -98,7 +112,7 @@ uint32_t new_hideset(uint32_t hs, const Symbol* sym) {
     // common set by far; the symbol remembers it for the run.
     if (hs == 0 && sym->alone_run == t.run) return sym->alone;
     if (hs == 0) {
-        sym->alone = intern(t, &sym, 1);
+        sym->alone = intern_alone(t, sym);
         sym->alone_run = t.run;
         return sym->alone;
     }

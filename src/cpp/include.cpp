@@ -105,8 +105,7 @@ bool skip_guarded(const char16_t* path) {
 
 } // namespace
 
-void guardLine(SourceFile* s, const TokenRow* row) {
-    if (s->guard == GUARD_OFF) return;
+void guard_watch(SourceFile* s, const TokenRow* row) {
     s->guard_rows += 1;
     const PpToken* tp = row->cur;
     bool directive = tp->type == PP_HASH;
@@ -147,11 +146,6 @@ void guardLine(SourceFile* s, const TokenRow* row) {
         if (tp->type != PP_NEWLINE || tp->wslen != 0 || rowlen(row) != 1) s->guard = GUARD_OFF;
         return;
     }
-}
-
-void guardLineDone(SourceFile* s) {
-    // A splice or a macro call over several lines.
-    if (s->lineinc != 1) s->guard = GUARD_OFF;
 }
 
 void guardFileDone(SourceFile* s) {

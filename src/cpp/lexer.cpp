@@ -4,7 +4,15 @@
 // the white-space count in front of the next token.
 #include "cpp/state.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "diag/report.h"
 #include "support/memory.h"
@@ -216,16 +224,246 @@ char16_t* compact_comment(SourceFile* s, char16_t* cp, const char16_t* comment) 
     return dest;
 }
 
-PpToken* fresh_slot(TokenRow* row, const char16_t* cp) {
-    if (row->last >= row->base + row->max) growRow(2 * row->max, row);
+// The next slot of the row; `limit` is the end of its room. Kind and
+// length are set when the token is complete.
+PpToken* fresh_slot(TokenRow* row, PpToken*& limit, const char16_t* cp) {
+    if (row->last >= limit) {
+        growRow(2 * row->max, row);
+        limit = row->base + row->max;
+    }
     PpToken* tp = row->last;
-    tp->type = PP_OTHER;
     tp->flag = 0;
     tp->hideset = 0;
     tp->wslen = 0;
-    tp->len = 0;
     tp->text = cp;
     return tp;
+}
+
+// States that a run of units leaves unchanged, each with its bit in
+// unit_ends: the skip over such a run is exactly what the table would do.
+enum State : int {
+    S_NUMBER = 1,
+    S_NAME = 4,
+    S_L = 5,
+    S_STRING = 6,
+    S_BLOCK = 9,
+    S_LINE = 11,
+    S_CHAR = 12,
+    S_SPACE = 14
+};
+// The bit of each run state (0 for the others).
+constexpr std::array<uint8_t, 32> run_bits() {
+    std::array<uint8_t, 32> bits{};
+    bits[S_NUMBER] = 1;
+    bits[S_NAME] = 2;
+    bits[S_STRING] = 4;
+    bits[S_BLOCK] = 8;
+    bits[S_LINE] = 16;
+    bits[S_CHAR] = 32;
+    bits[S_SPACE] = 64;
+    return bits;
+}
+constexpr std::array<uint8_t, 32> RUN_BIT = run_bits();
+
+// Per unit, one bit for each run state whose runs it ends, so that a run is
+// skipped without a table step per unit. Derived from the table whenever it
+// is built; the units above 255 keep every state, so their entries stay 0
+// (and cost no filling: the table is static storage).
+uint8_t unit_ends[65536];
+// Literals and comments: the runs that may be long.
+constexpr uint8_t LONG_RUNS =
+    RUN_BIT[S_STRING] | RUN_BIT[S_CHAR] | RUN_BIT[S_BLOCK] | RUN_BIT[S_LINE];
+// The units below this one (line feed, markers, tab ...) are tested as one
+// range by the eight-unit skip.
+constexpr int CONTROL_UNITS = 32;
+
+// Past the units from p on that keep the state of `bit`. The markers end
+// every run, so four at a time read nothing past them.
+inline char16_t* skip_run(char16_t* p, const uint8_t* ends, uint8_t bit) {
+    for (;; p += 4) {
+        if (ends[p[0]] & bit) return p;
+        if (ends[p[1]] & bit) return p + 1;
+        if (ends[p[2]] & bit) return p + 2;
+        if (ends[p[3]] & bit) return p + 3;
+    }
+}
+
+// The same over the long runs of literals and comments, eight units at a
+// time while eight lie before `end`, by comparing with the units that end
+// the state's runs.
+inline char16_t* skip_state(char16_t* p, const char16_t* end, int st) {
+    const uint8_t* ends = unit_ends;
+#if defined(__SSE2__)
+    const auto* stops = reinterpret_cast<const __m128i*>(cpp.lexStops[st]);
+    if (cpp.lexStops[st][0][0]) {
+        // Most literals are short: their first units one by one.
+        uint8_t bit = RUN_BIT[st];
+        for (int k = 0; k < 2; ++k, p += 4) {
+            if (ends[p[0]] & bit) return p;
+            if (ends[p[1]] & bit) return p + 1;
+            if (ends[p[2]] & bit) return p + 2;
+            if (ends[p[3]] & bit) return p + 3;
+        }
+        // A control unit (the line feed and the markers among them) or
+        // one of the two others stops the run; a control unit that does not
+        // end it (a tab) only hands a step to the table.
+        const __m128i controls = _mm_set1_epi16(CONTROL_UNITS - 1);
+        const __m128i zero = _mm_setzero_si128();
+        while (end - p >= 8) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            __m128i m = _mm_or_si128(_mm_cmpeq_epi16(_mm_subs_epu16(v, controls), zero),
+                                     _mm_or_si128(_mm_cmpeq_epi16(v, _mm_load_si128(stops)),
+                                                  _mm_cmpeq_epi16(v, _mm_load_si128(stops + 1))));
+            if (int bits = _mm_movemask_epi8(m)) return p + (__builtin_ctz(bits) >> 1);
+            p += 8;
+        }
+    }
+#else
+    (void)end;
+#endif
+    return skip_run(p, ends, RUN_BIT[st]);
+}
+
+constexpr int16_t NAME_DONE = act(PP_NAME, A_NAME_DONE);
+constexpr int16_t NUMBER_DONE = act(PP_NUMBER, A_BEFORE);
+constexpr int16_t STRING_DONE = act(PP_STRING, A_TAKE);
+constexpr int16_t CHAR_DONE = act(PP_CHAR, A_TAKE);
+
+// The name's bit of macroBits, for the result of lexLine.
+uint32_t name_bit(const char16_t* text, const char16_t* end) {
+    char16_t second = end - text > 1 ? text[1] : 0;
+    return cpp.macroBits[text[0] & 63] & (1u << (second & 31));
+}
+
+void end_name(PpToken* tp, const char16_t* end, uint32_t* result) {
+    tp->type = PP_NAME;
+    tp->len = static_cast<uint64_t>(end - tp->text);
+    *result |= name_bit(tp->text, end);
+}
+
+// How the common tokens begin, by their first unit (unit_start).
+enum Start : uint8_t {
+    START_TABLE, // anything else: the table from state 0
+    START_SPACE,
+    START_NAME,
+    START_L,
+    START_NUMBER,
+    START_STRING,
+    START_CHAR,
+    START_PUNCT, // a token of this one unit
+    START_OP,    // an operator of one or two units
+};
+
+// Per unit, how a token that begins with it goes on; like unit_ends, static
+// storage whose entries above 255 stay 0 (START_TABLE).
+uint8_t unit_start[65536];
+static_assert(START_TABLE == 0);
+
+void put_token(PpToken* tp, int kind, uint64_t ws, const char16_t* text, const char16_t* end) {
+    // Kind, flag and hideset (0) in one store.
+    static_assert(offsetof(PpToken, flag) == 1 && offsetof(PpToken, hideset) == 4 &&
+                  offsetof(PpToken, wslen) == 8 && std::endian::native == std::endian::little);
+    uint64_t head = static_cast<uint8_t>(kind);
+    std::memcpy(static_cast<void*>(tp), &head, sizeof head);
+    tp->wslen = ws;
+    tp->len = static_cast<uint64_t>(end - text);
+    tp->text = text;
+}
+
+// The common tokens, at the start of a slot: white space, then a name,
+// number, literal or operator, each ended by a unit whose table entry
+// plainly ends it. True when the token is complete; otherwise the slot is
+// prepared and cp and state are where the table goes on (a splice, a
+// refill, a marker, anything rarer).
+bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* result,
+                const uint8_t* starts, const uint8_t* ends) {
+    const auto& table = cpp.lexTable;
+    const char16_t* text = cp;
+    uint64_t ws = 0;
+    char16_t c = *cp;
+    uint8_t start = starts[c];
+    char16_t* p = cp + 1;
+    int next = 0;
+    if (start == START_SPACE) {
+        // Every unit that starts a token of its own plainly ends white
+        // space; the others (a line end, a splice, a refill) are the table's.
+        p = skip_run(p, ends, RUN_BIT[S_SPACE]);
+        start = starts[*p]; // below 256: the run ends there
+        if (start == START_TABLE) {
+            next = S_SPACE;
+        } else {
+            ws = static_cast<uint64_t>(p - cp);
+            text = cp = p;
+            p = cp + 1;
+        }
+    }
+    switch (start) {
+    case START_L:
+        if (*p > 255 || table[S_L][*p] != S_NAME * 256) {
+            p = cp; // the table from the L
+            break;
+        }
+        ++p;
+        [[fallthrough]];
+    case START_NAME:
+        p = skip_run(p, ends, RUN_BIT[S_NAME]);
+        if (table[S_NAME][*p] != NAME_DONE) {
+            next = S_NAME;
+            break;
+        }
+        put_token(tp, PP_NAME, ws, text, p);
+        *result |= name_bit(text, p);
+        cp = p;
+        return true;
+    case START_NUMBER:
+        p = skip_run(p, ends, RUN_BIT[S_NUMBER]);
+        if (table[S_NUMBER][*p] != NUMBER_DONE) {
+            next = S_NUMBER;
+            break;
+        }
+        put_token(tp, PP_NUMBER, ws, text, p);
+        cp = p;
+        return true;
+    case START_STRING:
+    case START_CHAR: {
+        int st = start == START_STRING ? S_STRING : S_CHAR;
+        p = skip_state(p, cpp.source->end, st);
+        if (table[st][*p] != (start == START_STRING ? STRING_DONE : CHAR_DONE)) {
+            next = st;
+            break;
+        }
+        ++p;
+        put_token(tp, start == START_STRING ? PP_STRING : PP_CHAR, ws, text, p);
+        cp = p;
+        return true;
+    }
+    case START_PUNCT:
+        put_token(tp, ~table[0][*cp] >> 7, ws, text, p);
+        cp = p;
+        return true;
+    case START_OP: {
+        next = table[0][*cp] >> 8;
+        int end = *p < 256 ? table[next][*p] : 0;
+        int action = ~end & 127;
+        if (end < 0 && (action == A_TAKE || action == A_BEFORE)) {
+            if (action == A_TAKE) ++p;
+            put_token(tp, ~end >> 7, ws, text, p);
+            cp = p;
+            return true;
+        }
+        break;
+    }
+    default:
+        if (next == 0) p = cp; // the table from the start
+        break;
+    }
+    tp->flag = 0;
+    tp->hideset = 0;
+    tp->wslen = ws;
+    tp->text = text;
+    cp = p;
+    state = table[next];
+    return false;
 }
 
 } // namespace
@@ -238,29 +476,83 @@ void build_lexer_table() {
     for (int c = 0; c < 256; ++c)
         letters[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '$' ||
                      plat_is_alpha(static_cast<char16_t>(c));
+    // The members of the smaller classes, listed once; "any" fills a row.
+    char16_t members[3][256];
+    size_t counts[3] = {};
+    for (int c = 0; c < 256; ++c)
+        for (int16_t cls : {C_LETTER, C_DIGIT, C_SPACE})
+            if (in_class(cls, c, letters))
+                members[cls - C_LETTER][counts[cls - C_LETTER]++] = static_cast<char16_t>(c);
+    // A next state is kept as the offset of its row, which spares the
+    // inner loop a multiplication.
+    auto entry = [](int16_t target) {
+        return target >= 0 ? static_cast<int16_t>(target * 256) : target;
+    };
     for (const Transition& t : TRANSITIONS)
         for (int16_t cls : t.on) {
             if (cls == 0) break;
+            int16_t e = entry(t.target);
             if (cls < C_ANY) { // a single unit
-                table[t.state][cls] = t.target;
-                continue;
+                table[t.state][cls] = e;
+            } else if (cls == C_ANY) {
+                std::fill(std::begin(table[t.state]), std::end(table[t.state]), e);
+            } else {
+                for (size_t i = 0; i < counts[cls - C_LETTER]; ++i)
+                    table[t.state][members[cls - C_LETTER][i]] = e;
             }
-            for (int c = 0; c < 256; ++c)
-                if (in_class(cls, c, letters)) table[t.state][c] = t.target;
         }
     constexpr int BACKSLASH = '\\';
     for (auto& row : table) {
         int16_t e = row[BACKSLASH];
-        int v = e >= 0 ? e : ~e;
+        int v = e >= 0 ? e / 256 : ~e;
         row[BACKSLASH] = static_cast<int16_t>(~(v | SPLICE_CHECK));
         row[BufferEndMark] = act(PP_END, A_REFILL);
         if (row[InputEndMark] >= 0) row[InputEndMark] = act(PP_END, A_END);
     }
-    // A next state is kept as the offset of its row, which spares the
-    // inner loop a multiplication.
-    for (auto& row : table)
-        for (int16_t& e : row)
-            if (e >= 0) e = static_cast<int16_t>(e * 256);
+    uint8_t* ends = unit_ends;
+    std::memset(ends, 0, 256);
+    for (int st = 0; st < 32; ++st)
+        if (RUN_BIT[st])
+            for (int c = 0; c < 256; ++c)
+                if (table[st][c] != st * 256) ends[c] |= RUN_BIT[st];
+    // How tokens begin, from state 0's row.
+    for (int c = 0; c < 256; ++c) {
+        int e = table[0][c];
+        uint8_t start = START_TABLE;
+        if (e < 0)
+            start = (~e & 127) == A_TAKE ? START_PUNCT : START_TABLE;
+        else if (e == S_SPACE * 256)
+            start = START_SPACE;
+        else if (e == S_NAME * 256)
+            start = START_NAME;
+        else if (e == S_L * 256)
+            start = START_L;
+        else if (e == S_NUMBER * 256)
+            start = START_NUMBER;
+        else if (e == S_STRING * 256)
+            start = START_STRING;
+        else if (e == S_CHAR * 256)
+            start = START_CHAR;
+        else if (!RUN_BIT[e >> 8])
+            start = START_OP;
+        unit_start[c] = start;
+    }
+    // Literals and comments: the units that end their runs, when all but
+    // at most two of them are control units (below CONTROL_UNITS).
+    std::memset(cpp.lexStops, 0, sizeof cpp.lexStops);
+    for (int st : {S_STRING, S_CHAR, S_BLOCK, S_LINE}) {
+        char16_t stops[256];
+        size_t n = 0;
+        for (int c = CONTROL_UNITS; c < 256; ++c)
+            if (ends[c] & RUN_BIT[st]) stops[n++] = static_cast<char16_t>(c);
+        if (n == 0 || n > LEX_STOPS) continue;
+        for (size_t i = 0; i < LEX_STOPS; ++i)
+            for (char16_t& u : cpp.lexStops[st][i]) u = stops[i < n ? i : 0];
+    }
+}
+
+bool continues_name(char16_t c) {
+    return !(unit_ends[c] & RUN_BIT[S_NAME]);
 }
 
 void makeRow(size_t capacity, TokenRow* row) {
@@ -295,11 +587,22 @@ uint32_t lexLine(TokenRow* row, bool reset) {
     const int16_t* const rows = table[0];
     char16_t* cp = s->cursor;
     uint32_t result = 0;
+    PpToken* limit = row->base + row->max;
+    const uint8_t* starts = unit_start;
+    const uint8_t* ends = unit_ends;
     for (;;) {
-        PpToken* tp = fresh_slot(row, cp);
         // The current state's row of the table, rather than its number:
         // the inner loop then costs a load per unit.
         const int16_t* state = table[0];
+        // The common tokens one after another, the row's end at hand.
+        PpToken* tp = row->last;
+        while (tp < limit && fast_token(tp, cp, state, &result, starts, ends)) ++tp;
+        row->last = tp;
+        if (tp >= limit) {
+            growRow(2 * row->max, row);
+            limit = row->base + row->max;
+            continue;
+        }
         for (;;) {
             char16_t c = *cp;
             if (c > 255) { // joins whatever is being built
@@ -310,6 +613,8 @@ uint32_t lexLine(TokenRow* row, bool reset) {
             if (e >= 0) {
                 state = rows + e;
                 ++cp;
+                if (uint8_t bit = RUN_BIT[e >> 8])
+                    cp = bit & LONG_RUNS ? skip_state(cp, s->end, e >> 8) : skip_run(cp, ends, bit);
                 continue;
             }
             e = ~e;
@@ -320,7 +625,11 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                     ++cp;
                     continue;
                 }
-                int folded = foldLineSplice(s);
+                // Only a line feed, a carriage return or the end of the
+                // buffered text after it can make a splice.
+                char16_t n = cp[1];
+                bool may_fold = n == u'\n' || n == u'\r' || n == BufferEndMark || n == InputEndMark;
+                int folded = may_fold ? foldLineSplice(s) : 0;
                 cp = s->cursor; // a refill may have moved the buffer
                 if (folded) {
                     s->lineinc += 1;
@@ -344,13 +653,9 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                 tp->type = static_cast<uint8_t>(kind);
                 tp->len = static_cast<uint64_t>(cp - tp->text);
                 break;
-            case A_NAME_DONE: {
-                tp->type = PP_NAME;
-                tp->len = static_cast<uint64_t>(cp - tp->text);
-                char16_t second = tp->len > 1 ? tp->text[1] : 0;
-                result |= cpp.macroBits[tp->text[0] & 63] & (1u << (second & 31));
+            case A_NAME_DONE:
+                end_name(tp, cp, &result);
                 break;
-            }
             case A_SPACE_DONE:
                 tp->wslen = static_cast<uint64_t>(cp - tp->text);
                 tp->text = cp;
@@ -375,7 +680,7 @@ uint32_t lexLine(TokenRow* row, bool reset) {
                     tp->type = PP_OPEN_COMMENT;
                     tp->len = 0;
                     row->last = tp + 1;
-                    tp = fresh_slot(row, cp);
+                    tp = fresh_slot(row, limit, cp);
                 } else {
                     report_pp(warning_code(MSG_EOF_IN_COMMENT));
                 }

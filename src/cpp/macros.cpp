@@ -113,40 +113,60 @@ void grow_table() {
         }
 }
 
-// Four units at a time; the last multiply carries every unit into the
+uint64_t load4(const char16_t* p) {
+    uint64_t w;
+    std::memcpy(&w, p, sizeof w);
+    return w;
+}
+
+// Four units a load, eight a round, the last four (which may overlap the
+// ones before) in one piece; the last multiply carries every unit into the
 // high half, which is what is kept.
-uint32_t name_hash(const char16_t* name, size_t len) {
+[[gnu::always_inline]] inline uint32_t name_hash(const char16_t* name, size_t len) {
     constexpr uint64_t K = 0x9E3779B97F4A7C15u;
     uint64_t h = len * K;
-    size_t i = 0;
-    for (; i + 4 <= len; i += 4) {
-        uint64_t w;
-        std::memcpy(&w, name + i, sizeof w);
-        h = (h ^ w) * K;
-        h ^= h >> 29;
+    if (len >= 4) {
+        size_t i = 0;
+        for (; i + 8 < len; i += 8) {
+            h = (h ^ load4(name + i)) * K;
+            h = (h ^ load4(name + i + 4) ^ (h >> 29)) * K;
+        }
+        if (i + 4 < len) h = (h ^ load4(name + i)) * K;
+        h = (h ^ load4(name + len - 4)) * K;
+    } else {
+        uint64_t tail = 0;
+        for (size_t i = 0; i < len; ++i) tail = tail << 16 | name[i];
+        h = (h ^ tail) * K;
     }
-    uint64_t tail = 0;
-    for (; i < len; ++i) tail = tail << 16 | name[i];
-    h = (h ^ tail) * K;
     return static_cast<uint32_t>((h ^ (h >> 29)) * K >> 32);
+}
+
+bool same_units(const char16_t* a, const char16_t* b, size_t len) {
+    if (len < 4) {
+        for (size_t i = 0; i < len; ++i)
+            if (a[i] != b[i]) return false;
+        return true;
+    }
+    for (size_t i = 0; i + 4 < len; i += 4)
+        if (load4(a + i) != load4(b + i)) return false;
+    return load4(a + len - 4) == load4(b + len - 4);
 }
 
 } // namespace
 
-Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
-    uint32_t hash = name_hash(name, len);
+namespace {
+
+// Kept apart from the search, which is the hot path.
+[[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash) {
+    if (cpp.symbolCount >= cpp.buckets.size()) grow_table();
     Symbol** bucket = &cpp.buckets[bucket_of(hash)];
-    for (Symbol* s = *bucket; s; s = s->next)
-        if (s->hash == hash && s->len == len &&
-            std::memcmp(s->name, name, len * sizeof(char16_t)) == 0)
-            return s;
-    if (!install) return nullptr;
-    if (cpp.symbolCount >= cpp.buckets.size()) {
-        grow_table();
-        bucket = &cpp.buckets[bucket_of(hash)];
-    }
-    Symbol* s = cpp.arena.make<Symbol>();
-    s->name = cpp.arena.copy(name, len);
+    // The entry and its name in one piece of the arena.
+    void* block = cpp.arena.alloc(sizeof(Symbol) + (len + 1) * sizeof(char16_t));
+    Symbol* s = new (block) Symbol();
+    auto* copy = reinterpret_cast<char16_t*>(static_cast<char*>(block) + sizeof(Symbol));
+    std::memcpy(copy, name, len * sizeof(char16_t));
+    copy[len] = 0;
+    s->name = copy;
     s->len = len;
     s->hash = hash;
     s->next = *bucket;
@@ -157,8 +177,13 @@ Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
     return s;
 }
 
-Symbol* lookupSymbol(const PpToken* tp, bool install) {
-    return lookup_name(tp->text, tp->len, install);
+} // namespace
+
+Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
+    uint32_t hash = name_hash(name, len);
+    for (Symbol* s = cpp.buckets[bucket_of(hash)]; s; s = s->next)
+        if (s->hash == hash && s->len == len && same_units(s->name, name, len)) return s;
+    return install ? install_name(name, len, hash) : nullptr;
 }
 
 bool symbol_is_defined(const PpToken* tp) {
@@ -171,6 +196,7 @@ void seed_symbols() {
         Symbol* s = lookup_name(r.name, std::char_traits<char16_t>::length(r.name), true);
         s->value = r.value;
         s->flags = r.flags;
+        if (r.flags & SYM_DIRECTIVE) cpp.keywords[r.value] = s;
         if (r.value == KW_DEFINED) {
             // `defined` is a defined name that expands to itself; #if lines
             // switch its value to KW_DEFINED while they are expanded.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "diag/report.h"
 #include "support/state.h"
@@ -37,21 +38,35 @@ int put_tokens(TokenRow* row) {
 
 int writeLineMarker() {
     const SourceFile* s = cpp.source;
-    std::u16string t = u"#line ";
-    for (char c : std::to_string(s->line)) t += char16_t(c);
-    t += u" \"";
-    size_t name_at = t.size();
-    t += s->name;
-    t += u"\"\n";
-    char16_t* text = scratch_alloc(t.size());
-    std::memcpy(text, t.data(), t.size() * sizeof(char16_t));
+    // The line number's digits, backwards; the sign of a line that #line
+    // set below 1 included.
+    char16_t digits[16];
+    size_t nd = 0;
+    int64_t line = s->line;
+    uint64_t v = static_cast<uint64_t>(line < 0 ? -line : line);
+    do {
+        digits[nd++] = static_cast<char16_t>(u'0' + v % 10);
+        v /= 10;
+    } while (v);
+    if (line < 0) digits[nd++] = u'-';
+    size_t name_len = std::char_traits<char16_t>::length(s->name);
+    constexpr std::u16string_view HEAD = u"#line ";
+    size_t n = HEAD.size() + nd + 2 + name_len + 2;
+    char16_t* text = scratch_alloc(n);
+    char16_t* p = std::copy(HEAD.begin(), HEAD.end(), text);
+    while (nd) *p++ = digits[--nd];
+    *p++ = u' ';
+    *p++ = u'"';
+    p = std::copy(s->name, s->name + name_len, p);
+    *p++ = u'"';
+    *p++ = u'\n';
     PpToken marker{};
     marker.type = PP_OTHER;
     marker.text = text;
-    marker.len = t.size();
+    marker.len = n;
     TokenRow row{&marker, &marker, &marker + 1, 1};
     int room = put_tokens(&row);
-    if (cpp.capture && s == cpp.capture->main) capture_main_name(t.size() - name_at - 2);
+    if (cpp.capture && s == cpp.capture->main) capture_main_name(name_len);
     return room;
 }
 

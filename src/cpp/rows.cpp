@@ -39,6 +39,33 @@ bool word_unit(char16_t c) {
            c == u'_' || c == u'$' || c > 127;
 }
 
+// Whether x followed by y reads as one operator (or opens a comment).
+bool joins_operator(char16_t x, char16_t y) {
+    switch (x) {
+    case u'+':
+        return y == u'+' || y == u'=';
+    case u'-':
+        return y == u'-' || y == u'=' || y == u'>';
+    case u'<':
+    case u'>':
+    case u'&':
+    case u'|':
+        return y == x || y == u'=';
+    case u'=':
+    case u'!':
+    case u'%':
+    case u'*':
+    case u'^':
+        return y == u'=';
+    case u'#':
+        return y == u'#';
+    case u'/':
+        return y == u'=' || y == u'/' || y == u'*';
+    default:
+        return false;
+    }
+}
+
 // Whether the two tokens, written next to each other, would be read back
 // as other tokens; only then does expansion put a blank between them.
 bool would_merge(const PpToken& a, const PpToken& b) {
@@ -54,12 +81,7 @@ bool would_merge(const PpToken& a, const PpToken& b) {
     bool literal_b = b.type == PP_STRING || b.type == PP_CHAR;
     if (literal_b && (a.type == PP_STRING || a.type == PP_CHAR || a.type == PP_NAME)) return true;
     if (a.type == PP_NUMBER && b.type == PP_CHAR) return true;
-    static constexpr char16_t PAIRS[][3] = {u"++", u"+=", u"--", u"-=", u"->", u"<<", u"<=", u">>",
-                                            u">=", u"==", u"!=", u"&&", u"&=", u"||", u"|=", u"##",
-                                            u"%=", u"*=", u"/=", u"^=", u"//", u"/*"};
-    for (const auto& p : PAIRS)
-        if (p[0] == x && p[1] == y) return true;
-    return false;
+    return joins_operator(x, y);
 }
 
 // One blank unit in front of the token's text, copying the text when it has
@@ -80,6 +102,7 @@ void blank_in_front(PpToken* tp) {
 void separateToken(TokenRow* row, size_t at) {
     if (at >= rowlen(row)) return;
     PpToken* tp = row->base + at;
+    if (tp->wslen && !(tp->flag & FLAG_INSERTED_SPACE)) return; // white space of its own
     bool needed = at > 0 && would_merge(tp[-1], *tp);
     if (tp->wslen) {
         if ((tp->flag & FLAG_INSERTED_SPACE) && !needed) tp->wslen = 0;
@@ -133,7 +156,10 @@ void replaceTokens(TokenRow* row, size_t at, size_t n, const PpToken* src, size_
     PpToken* base = row->base;
     if (count != n) // one token for one, the usual macro, moves nothing
         std::memmove(base + at + count, base + at + n, (len - at - n) * sizeof(PpToken));
-    if (count) std::memcpy(base + at, src, count * sizeof(PpToken));
+    if (count == 1)
+        base[at] = *src;
+    else if (count)
+        std::memcpy(base + at, src, count * sizeof(PpToken));
     row->last = base + newlen;
     // The white space in front of what was replaced goes to what replaces
     // it, or to the token after an empty replacement.
@@ -164,11 +190,13 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
     size_t n = static_cast<size_t>(to - from);
     size_t units = 0;
     for (const PpToken* tp = from; tp < to; ++tp) units += tp->len + 1;
-    TokenRow* row = cpp.arena.make<TokenRow>();
-    PpToken* tokens =
-        static_cast<PpToken*>(cpp.arena.alloc(std::max<size_t>(n, 1) * sizeof(PpToken)));
-    char16_t* texts =
-        static_cast<char16_t*>(cpp.arena.alloc(std::max<size_t>(units, 1) * sizeof(char16_t)));
+    // The row, its tokens and their texts in one piece of the arena.
+    static_assert(sizeof(TokenRow) % alignof(PpToken) == 0);
+    char* block = static_cast<char*>(cpp.arena.alloc(
+        sizeof(TokenRow) + n * sizeof(PpToken) + std::max<size_t>(units, 1) * sizeof(char16_t)));
+    auto* row = new (block) TokenRow();
+    auto* tokens = reinterpret_cast<PpToken*>(block + sizeof(TokenRow));
+    auto* texts = reinterpret_cast<char16_t*>(block + sizeof(TokenRow) + n * sizeof(PpToken));
     for (size_t i = 0; i < n; ++i) {
         PpToken t = from[i];
         texts[0] = u' ';
@@ -178,7 +206,7 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
         t.wslen = (t.wslen && i > 0) ? 1 : 0;
         t.flag = FLAG_ROOM;
         t.hideset = 0;
-        tokens[i] = t;
+        new (tokens + i) PpToken(t);
     }
     row->base = row->cur = tokens;
     row->last = tokens + n;
@@ -188,16 +216,12 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
 
 // ---- Storage
 
-void* Arena::alloc(size_t bytes) {
-    constexpr size_t ALIGN = 16;
+void* Arena::refill(size_t bytes) {
     constexpr size_t BLOCK = 256 * 1024;
-    bytes = (bytes + ALIGN - 1) & ~(ALIGN - 1);
-    if (bytes > left) {
-        size_t size = std::max(bytes, BLOCK);
-        blocks.emplace_back(new char[size]);
-        cur = blocks.back().get();
-        left = size;
-    }
+    size_t size = std::max(bytes, BLOCK);
+    blocks.emplace_back(new char[size]);
+    cur = blocks.back().get();
+    left = size;
     void* p = cur;
     cur += bytes;
     left -= bytes;

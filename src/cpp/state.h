@@ -106,6 +106,7 @@ void makeRow(size_t capacity, TokenRow* row);
 PpToken* growRow(size_t capacity, TokenRow* row);
 void freeRow(TokenRow* row);
 uint32_t lexLine(TokenRow* row, bool reset);
+bool continues_name(char16_t c); // the unit keeps a name going
 
 // Token flag bits: bit 0 as the lexer documents it; bit 1 marks a text that
 // has a blank unit in front of it, so a space can be given without a copy.
@@ -202,8 +203,10 @@ struct Symbol {
 
 constexpr size_t SYMBOL_BUCKETS = 512; // at first; doubled when the table fills
 
-Symbol* lookupSymbol(const PpToken* tp, bool install);
 Symbol* lookup_name(const char16_t* name, size_t len, bool install);
+inline Symbol* lookupSymbol(const PpToken* tp, bool install) {
+    return lookup_name(tp->text, tp->len, install);
+}
 void seed_symbols();
 void defineMacro(TokenRow* row);
 void undefineMacro(TokenRow* row);
@@ -240,8 +243,13 @@ void runDirective(TokenRow* row);
 void doInclude(TokenRow* row);
 // The include-guard watch: each line of a file before it is handled and
 // after, and the file's end (before it is closed).
-void guardLine(SourceFile* s, const TokenRow* row);
-void guardLineDone(SourceFile* s);
+void guard_watch(SourceFile* s, const TokenRow* row);
+inline void guardLine(SourceFile* s, const TokenRow* row) {
+    if (s->guard != GUARD_OFF) guard_watch(s, row);
+}
+inline void guardLineDone(SourceFile* s) {
+    if (s->lineinc != 1) s->guard = GUARD_OFF; // a splice or a macro call over several lines
+}
 void guardFileDone(SourceFile* s);
 void addIncludeDir(const char16_t* path, uint32_t kind, bool append);
 void setup_include_dirs();
@@ -274,7 +282,16 @@ struct Arena {
     std::vector<std::unique_ptr<char[]>> blocks;
     char* cur = nullptr;
     size_t left = 0;
-    void* alloc(size_t bytes);
+    void* alloc(size_t bytes) {
+        constexpr size_t ALIGN = 16;
+        bytes = (bytes + ALIGN - 1) & ~(ALIGN - 1);
+        if (bytes > left) return refill(bytes);
+        void* p = cur;
+        cur += bytes;
+        left -= bytes;
+        return p;
+    }
+    void* refill(size_t bytes);                  // a new block, when this one is used up
     char16_t* copy(const char16_t* s, size_t n); // zero-terminated copy
     template <class T> T* make() { return new (alloc(sizeof(T))) T(); }
 };
@@ -332,6 +349,8 @@ void capture_include(const std::u16string& name, bool angled, const char16_t* in
                      const std::u16string& path, bool opened);
 
 // ---- All of it
+constexpr size_t LEX_STOPS = 2;
+
 struct CppState {
     // Sources
     SourceFile* source = nullptr;
@@ -341,6 +360,11 @@ struct CppState {
 
     // Lexer
     int16_t lexTable[32][256] = {};
+    // Per literal or comment state, the units from 32 up that end its runs
+    // (at most two, the second repeating the first if need be), each eight
+    // times over; none when there are more (lexer.cpp).
+    alignas(16) char16_t lexStops[32][LEX_STOPS][8] = {};
+
     TokenRow* lexing = nullptr; // the row the lexer appends to
     uint32_t macroBits[64] = {};
 
@@ -348,6 +372,7 @@ struct CppState {
     std::vector<Symbol*> buckets = std::vector<Symbol*>(SYMBOL_BUCKETS);
     size_t symbolCount = 0;
     Symbol* definedSymbol = nullptr;
+    Symbol* keywords[KW_PRAGMA + 1] = {}; // the directive keywords' entries, by value
     HidesetTable hidesets;
 
     // Conditionals and includes

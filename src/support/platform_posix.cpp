@@ -328,6 +328,7 @@ struct ReadAhead {
     std::unique_ptr<char[]> data;
     uint32_t at = 0;  // the next unread byte
     uint32_t end = 0; // past the last one
+    uint64_t pos = 0; // the file position of data[0]; the descriptor stands at pos + end
 };
 constexpr uint32_t READ_AHEAD_BYTES = 64 * 1024;
 std::map<int, ReadAhead> read_ahead; // by descriptor
@@ -360,6 +361,7 @@ uint32_t plat_open_read(const char16_t* path, FileHandle* out) {
         ReadAhead& ra = read_ahead[fd_of(*out)];
         if (!ra.data) ra.data.reset(new char[READ_AHEAD_BYTES]);
         ra.at = ra.end = 0;
+        ra.pos = 0;
     }
     return e;
 }
@@ -383,10 +385,11 @@ uint32_t plat_read(FileHandle f, void* buffer, uint32_t n, uint32_t* got) {
                 total += take;
                 continue;
             }
+            ra->pos += ra->end;
+            ra->at = ra->end = 0;
             if (n - total >= READ_AHEAD_BYTES) break; // the rest is large enough to go straight
             uint32_t filled = 0;
             if (!read_fully(fd_of(f), ra->data.get(), READ_AHEAD_BYTES, &filled, &e)) return e;
-            ra->at = 0;
             ra->end = filled;
             if (filled == 0) {
                 at_end = true;
@@ -394,7 +397,11 @@ uint32_t plat_read(FileHandle f, void* buffer, uint32_t n, uint32_t* got) {
             }
         }
     }
-    if (total < n && !at_end && !read_fully(fd_of(f), out, n, &total, &e)) return e;
+    if (total < n && !at_end) {
+        uint32_t before = total;
+        if (!read_fully(fd_of(f), out, n, &total, &e)) return e;
+        if (ReadAhead* ra = read_ahead_of(f)) ra->pos += total - before; // read straight past it
+    }
     if (got) *got = total;
     return 0;
 }
@@ -419,13 +426,28 @@ uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* po
     int whence = SEEK_END;
     if (origin == SeekOrigin::begin) whence = SEEK_SET;
     if (origin == SeekOrigin::current) whence = SEEK_CUR;
-    if (ReadAhead* ra = read_ahead_of(f)) { // the descriptor stands past the unread bytes
+    ReadAhead* ra = read_ahead_of(f);
+    if (ra && whence != SEEK_END) {
+        // A place among the bytes read ahead (the start of the file after
+        // its signature is read, a UTF-8 sequence cut by a chunk) needs no
+        // system call and no second reading.
+        int64_t target =
+            whence == SEEK_SET ? offset : static_cast<int64_t>(ra->pos + ra->at) + offset;
+        if (target >= static_cast<int64_t>(ra->pos) &&
+            target <= static_cast<int64_t>(ra->pos + ra->end)) {
+            ra->at = static_cast<uint32_t>(target - static_cast<int64_t>(ra->pos));
+            if (position) *position = static_cast<uint32_t>(target);
+            return 0;
+        }
+    }
+    if (ra) { // the descriptor stands past the unread bytes
         if (whence == SEEK_CUR) offset -= static_cast<int64_t>(ra->end - ra->at);
         ra->at = ra->end = 0;
     }
     off_t at = lseek(fd_of(f), static_cast<off_t>(offset), whence);
     if (at < 0)
         return errno == EINVAL ? ERR_NEGATIVE_SEEK : error_from_errno(errno, ERR_GEN_FAILURE);
+    if (ra) ra->pos = static_cast<uint64_t>(at);
     if (position) *position = static_cast<uint32_t>(at);
     return 0;
 }
@@ -471,10 +493,10 @@ namespace {
 
 // The output being written: see plat_output_begin.
 struct PendingOutput {
-    std::string target;  // the file that the output replaces
-    std::string temp;    // empty when the output is written in place
-    int guard = -1;      // the existing target, locked while the output is written
-    dev_t device = 0;    // and its identity, while guarded
+    std::string target; // the file that the output replaces
+    std::string temp;   // empty when the output is written in place
+    int guard = -1;     // the existing target, locked while the output is written
+    dev_t device = 0;   // and its identity, while guarded
     ino_t inode = 0;
     bool linked = false; // the target has other names: its contents are replaced in place
     bool read = false;   // the compile tried to read the target: it is a source, kept

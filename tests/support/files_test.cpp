@@ -102,7 +102,7 @@ TEST_F(FileTest, PositionsHoldAcrossSmallAndLargeReads) {
     FileHandle f = nullptr;
     ASSERT_EQ(file_open_read(script_path(u"big.bin").c_str(), &f), 0u);
     ScopedFile closer(f);
-    std::string piece(100000, '\0');
+    std::string piece(200000, '\0');
     uint32_t at = 0, got = 0;
     auto expect_piece = [&](uint32_t from, uint32_t n) {
         ASSERT_EQ(file_read_some(f, piece.data(), n, &got), 0u);
@@ -117,8 +117,17 @@ TEST_F(FileTest, PositionsHoldAcrossSmallAndLargeReads) {
     expect_piece(8182, 90000); // large: partly buffered, partly straight
     ASSERT_EQ(file_position(f, &at), 0u);
     EXPECT_EQ(at, 98182u);
+    ASSERT_EQ(file_seek(f, -100, SeekOrigin::current), 0u); // among the bytes read ahead
+    expect_piece(98082, 200);
     ASSERT_EQ(file_seek(f, 5, SeekOrigin::begin), 0u);
     expect_piece(5, 3);
+    expect_piece(8, 150000); // mostly straight, past what was read ahead
+    ASSERT_EQ(file_position(f, &at), 0u);
+    EXPECT_EQ(at, 150008u);
+    ASSERT_EQ(file_seek(f, -10, SeekOrigin::current), 0u);
+    expect_piece(149998, 20);
+    ASSERT_EQ(file_seek(f, 3, SeekOrigin::begin), 0u);
+    expect_piece(3, 2);
     ASSERT_EQ(file_seek(f, -4, SeekOrigin::end), 0u);
     expect_piece(199996, 4096); // short at the end
     expect_piece(200000, 16);   // nothing more
@@ -142,8 +151,8 @@ TEST_F(FileTest, CreatingReplacesTheContents) {
     EXPECT_EQ(read_all(u"old.res"), "");
 #ifndef _WIN32
     std::ofstream(dir_ / "kept.res", std::ios::binary) << "old contents";
-    fs::permissions(dir_ / "kept.res", fs::perms::owner_read | fs::perms::owner_write |
-                                           fs::perms::group_read);
+    fs::permissions(dir_ / "kept.res",
+                    fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
     create_with(u"kept.res", "x");
     EXPECT_EQ(read_all(u"kept.res"), "x");
     EXPECT_EQ(fs::status(dir_ / "kept.res").permissions() & fs::perms::all,
