@@ -24,7 +24,7 @@ namespace {
 // as their length then their units, so every text read back is in place.
 using Units = std::u16string;
 
-constexpr char16_t MAGIC[] = u"tarn prelude 2\n";
+constexpr char16_t MAGIC[] = u"tarn prelude 3\n";
 constexpr char16_t LAST_LINE[] = u"#line 1\n";
 constexpr size_t LAST_LINE_UNITS = 8;
 constexpr uint32_t NO_ROW = UINT32_MAX;
@@ -56,9 +56,13 @@ void put_row(Units& out, const TokenRow* row) {
         return;
     }
     put_u32(out, static_cast<uint32_t>(rowlen(row)));
+    // Each text with a blank in front, as macro bodies keep them, so that a
+    // replay uses the texts where they lie.
     for (const PpToken* tp = row->base; tp < row->last; ++tp) {
         out += static_cast<char16_t>(tp->type | (tp->wslen ? 0x100 : 0));
-        put_text(out, tp->text, tp->len);
+        put_u32(out, static_cast<uint32_t>(tp->len));
+        out += u' ';
+        out.append(tp->text, tp->len);
     }
 }
 
@@ -175,19 +179,27 @@ void read_row(Reader& r, Saved* saved, uint32_t* first, uint32_t* count) {
         r.ok = false;
         return;
     }
-    for (uint32_t i = 0; i < *count && r.ok; ++i) {
+    // Kind, length in two units, the blank, the text.
+    const char16_t* p = r.at;
+    for (uint32_t i = 0; i < *count; ++i) {
+        size_t left = static_cast<size_t>(r.end - p);
+        uint32_t n = left < 4 ? 0 : p[1] | uint32_t(p[2]) << 16;
+        if (left < 4 || p[3] != u' ' || n > left - 4) {
+            r.ok = false;
+            return;
+        }
         PpToken t{};
-        char16_t kind = r.u16();
-        t.type = static_cast<uint8_t>(kind);
-        t.wslen = kind >> 8;
-        std::u16string_view text = r.text();
-        t.text = text.data();
-        t.len = text.size();
+        t.type = static_cast<uint8_t>(p[0]);
+        t.wslen = p[0] >> 8;
+        t.text = p + 4;
+        t.len = n;
+        p += 4 + n;
         saved->tokens.push_back(t);
     }
+    r.at = p;
 }
 
-bool read_saved(const Units& file, const Units& key, Saved* saved) {
+bool read_saved(std::u16string_view file, const Units& key, Saved* saved) {
     constexpr size_t SUM = 4; // units of the closing hash
     if (file.size() < key.size() + SUM || file.compare(0, key.size(), key) != 0) return false;
     std::u16string_view body(file.data(), file.size() - SUM);
@@ -262,10 +274,25 @@ bool still_valid(const Saved& saved) {
     return true;
 }
 
+// A macro body as a definition keeps it, its texts left in the saved file
+// (which stays loaded), each with the blank in front that a body's texts have.
 TokenRow* saved_row(const Saved& saved, uint32_t first, uint32_t count) {
     if (count == NO_ROW) return nullptr;
-    const PpToken* from = saved.tokens.data() + first;
-    return persistentRow(from, from + count);
+    static_assert(sizeof(TokenRow) % alignof(PpToken) == 0);
+    char* block = static_cast<char*>(cpp.arena.alloc(sizeof(TokenRow) + count * sizeof(PpToken)));
+    auto* row = new (block) TokenRow();
+    auto* tokens = reinterpret_cast<PpToken*>(block + sizeof(TokenRow));
+    for (uint32_t i = 0; i < count; ++i) {
+        PpToken t = saved.tokens[first + i];
+        t.wslen = (t.wslen && i > 0) ? 1 : 0;
+        t.flag = FLAG_ROOM;
+        t.hideset = 0;
+        new (tokens + i) PpToken(t);
+    }
+    row->base = row->cur = tokens;
+    row->last = tokens + count;
+    row->max = count;
+    return row;
 }
 
 void restore(const Saved& saved, SourceFile* s) {
@@ -312,11 +339,14 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     std::u16string_view named(key.data(), place);
     std::u16string file =
         dir + u"/prelude-" + hex(hash_units(named, 1)) + hex(hash_units(named, 2)) + u".bin";
-    Units content;
+    std::unique_ptr<char16_t[]> content;
+    size_t units_read = 0;
     Saved saved;
-    if (plat_read_whole(file.c_str(), &content) && read_saved(content, key, &saved) &&
+    if (plat_read_whole(file.c_str(), &content, &units_read) &&
+        read_saved(std::u16string_view(content.get(), units_read), key, &saved) &&
         still_valid(saved)) {
         restore(saved, s);
+        cpp.preludeUnits = std::move(content); // the macro bodies' texts
         cpp.preludeReplayed = true;
         std::memcpy(s->end, LAST_LINE, LAST_LINE_UNITS * sizeof(char16_t));
         s->end += LAST_LINE_UNITS;

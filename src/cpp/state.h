@@ -399,6 +399,7 @@ struct CppState {
     std::string startTime;
     std::unique_ptr<PreludeCapture> capture; // while the prelude is first read
     bool preludeReplayed = false;
+    std::unique_ptr<char16_t[]> preludeUnits; // a replayed prelude's file
 
     Arena arena;
 };

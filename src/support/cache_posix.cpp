@@ -35,14 +35,15 @@ std::u16string plat_cache_directory() {
     return std::u16string();
 }
 
-bool plat_read_whole(const char16_t* path, std::u16string* units) {
+bool plat_read_whole(const char16_t* path, std::unique_ptr<char16_t[]>* units, size_t* count) {
     int fd = open(utf16_to_utf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return false;
     struct stat st;
     bool ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size % 2 == 0;
     if (ok) {
-        units->resize(size_t(st.st_size) / 2);
-        char* bytes = reinterpret_cast<char*>(units->data());
+        *count = size_t(st.st_size) / 2;
+        units->reset(new char16_t[*count]); // not cleared: read over at once
+        char* bytes = reinterpret_cast<char*>(units->get());
         size_t size = size_t(st.st_size), done = 0;
         while (ok && done < size) {
             ssize_t n = read(fd, bytes + done, size - done);

@@ -54,17 +54,17 @@ std::u16string plat_cache_directory() {
     return local.empty() ? std::u16string() : local + u"\\tarn";
 }
 
-bool plat_read_whole(const char16_t* path, std::u16string* units) {
+bool plat_read_whole(const char16_t* path, std::unique_ptr<char16_t[]>* units, size_t* count) {
     HANDLE f = CreateFileW(wide(path), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (f == INVALID_HANDLE_VALUE) return false;
     LARGE_INTEGER size;
     bool ok = GetFileSizeEx(f, &size) && size.QuadPart < (1 << 30) && size.QuadPart % 2 == 0;
     if (ok) {
-        units->resize(size_t(size.QuadPart) / 2);
+        *count = size_t(size.QuadPart) / 2;
+        units->reset(new char16_t[*count]);
         DWORD got = 0;
-        ok =
-            ReadFile(f, units->data(), DWORD(size.QuadPart), &got, nullptr) && got == size.QuadPart;
+        ok = ReadFile(f, units->get(), DWORD(size.QuadPart), &got, nullptr) && got == size.QuadPart;
     }
     CloseHandle(f);
     return ok;

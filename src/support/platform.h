@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -84,7 +85,7 @@ bool plat_output_holds(const char16_t* path);
 std::u16string plat_cache_directory();
 // A whole small file of 16-bit units; false when it cannot be read or has
 // an odd size.
-bool plat_read_whole(const char16_t* path, std::u16string* units);
+bool plat_read_whole(const char16_t* path, std::unique_ptr<char16_t[]>* units, size_t* count);
 // Writes a whole file under a temporary name and renames it into place,
 // making the folder first; false on any failure (nothing is left behind).
 bool plat_write_whole(const char16_t* path, std::string_view bytes);

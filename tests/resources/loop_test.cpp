@@ -108,8 +108,7 @@ TEST_F(StatementLoop, ExtendedDialectRejectsDuplicateResources) {
                 "defined in " +
                     input + " at line 2."})},
         // A string block, written at the end, against a resource of its type and name.
-        {"7 6 { 1 }\nSTRINGTABLE { 100, \"s\" }\n",
-         fails({"1: error: Invalid syntax."}),
+        {"7 6 { 1 }\nSTRINGTABLE { 100, \"s\" }\n", fails({"1: error: Invalid syntax."}),
          fails({"1: error: Duplicate resource: type 6, name 7, language 0x409, first defined in " +
                 input + " at line 1."})},
     });
