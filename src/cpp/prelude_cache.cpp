@@ -93,15 +93,14 @@ uint64_t hash_units(std::u16string_view t, uint64_t h) {
     return (h ^ (h >> 32)) * K;
 }
 
-std::u16string hex(uint64_t v) {
-    std::u16string s(16, u'0');
-    for (int i = 15; i >= 0; --i, v >>= 4) s[static_cast<size_t>(i)] = u"0123456789abcdef"[v & 15];
-    return s;
-}
+// Files in the cache folder at most: a state picks one by its hash, and
+// another state that picks the same one replaces it. New folders, include
+// paths, definitions or library builds thus never fill the folder.
+constexpr uint64_t SLOTS = 16;
 
 // Everything the prelude's reading depends on, besides the files. The
-// part before the macros names the file: a run with other definitions
-// replaces it rather than adding one, so that a build passing a new
+// part before the macros chooses the file: a run with other definitions
+// replaces it rather than taking another, so that a build passing a new
 // version number each time does not fill the folder.
 Units start_state(const char16_t* prelude, size_t units, size_t* place) {
     Units key = MAGIC;
@@ -337,8 +336,9 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     size_t place = 0;
     Units key = start_state(prelude, units, &place);
     std::u16string_view named(key.data(), place);
-    std::u16string file =
-        dir + u"/prelude-" + hex(hash_units(named, 1)) + hex(hash_units(named, 2)) + u".bin";
+    std::u16string file = dir + u"/prelude-";
+    file += static_cast<char16_t>(u'a' + hash_units(named, 1) % SLOTS);
+    file += u".bin";
     std::unique_ptr<char16_t[]> content;
     size_t units_read = 0;
     Saved saved;

@@ -196,3 +196,19 @@ TEST_F(PreludeCache, AHeaderNamedAsTheOutputStays) {
         EXPECT_EQ(std::string(now.begin(), now.end()), header);
     }
 }
+
+// However many include folder lists a user compiles with, the cache folder
+// keeps a bounded number of files.
+TEST_F(PreludeCache, TheFolderStaysSmall) {
+    for (int i = 0; i < 40; ++i) {
+        reattach();
+        set_extended_mode();
+        std::string extra = std::string("extra").append(std::to_string(i));
+        write_file(extra + "/x.h", "");
+        add_include_path_w(wide(path_of("inc")).c_str());
+        add_include_path_w(wide(path_of(extra)).c_str());
+        pp("x\n");
+    }
+    EXPECT_GT(saved_files(), 1u);
+    EXPECT_LE(saved_files(), 16u);
+}
