@@ -277,21 +277,8 @@ bool still_valid(const Saved& saved) {
 // (which stays loaded), each with the blank in front that a body's texts have.
 TokenRow* saved_row(const Saved& saved, uint32_t first, uint32_t count) {
     if (count == NO_ROW) return nullptr;
-    static_assert(sizeof(TokenRow) % alignof(PpToken) == 0);
-    char* block = static_cast<char*>(cpp.arena.alloc(sizeof(TokenRow) + count * sizeof(PpToken)));
-    auto* row = new (block) TokenRow();
-    auto* tokens = reinterpret_cast<PpToken*>(block + sizeof(TokenRow));
-    for (uint32_t i = 0; i < count; ++i) {
-        PpToken t = saved.tokens[first + i];
-        t.wslen = (t.wslen && i > 0) ? 1 : 0;
-        t.flag = FLAG_ROOM;
-        t.hideset = 0;
-        new (tokens + i) PpToken(t);
-    }
-    row->base = row->cur = tokens;
-    row->last = tokens + count;
-    row->max = count;
-    return row;
+    const PpToken* from = saved.tokens.data() + first;
+    return persistentRow(from, from + count, true);
 }
 
 void restore(const Saved& saved, SourceFile* s) {

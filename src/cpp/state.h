@@ -154,7 +154,9 @@ void emptyRow(TokenRow* row);
 // Copy of tokens in storage of their own (texts included), as macro bodies
 // keep them: one blank of room in front of each text, white space
 // normalised to one unit, none before the first token.
-TokenRow* persistentRow(const PpToken* from, const PpToken* to);
+// `texts_kept`: the texts stay where they are, which outlives the row and
+// has the blank in front of each.
+TokenRow* persistentRow(const PpToken* from, const PpToken* to, bool texts_kept = false);
 
 // ---- Symbols (macros.cpp)
 enum SymbolFlag : uint8_t {
