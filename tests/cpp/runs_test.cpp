@@ -50,7 +50,7 @@ TEST_F(Runs, LiteralsAndCommentsOfEveryLength) {
 TEST_F(Runs, UnterminatedLiteralAtEveryPlace) {
     for (size_t k = 0; k < 20; ++k) {
         diags.clear();
-        std::u16string text = u"\"" + std::u16string(k, u'a') + u"\nb";
+        std::u16string text = std::u16string(u"\"").append(k, u'a').append(u"\nb");
         SCOPED_TRACE(u8(text));
         EXPECT_EQ(lex(text), "6:\n");
         ASSERT_EQ(diags.size(), 1u);
@@ -86,7 +86,7 @@ TEST_F(Runs, NamesAlikeInAllButOneUnit) {
     std::string script, use, expect;
     int value = 100;
     for (const char* n : names) {
-        script += "#define " + std::string(n) + " " + std::to_string(value) + "\n";
+        script.append("#define ").append(n).append(" ").append(std::to_string(value)).append("\n");
         use += std::string(n) + " ";
         expect += std::to_string(value++) + " ";
     }
