@@ -130,11 +130,17 @@ bool find_case_variant(const std::string& dir, const std::string& name, std::str
 
 // The native spelling of a script's path: "/" for "\", and each component
 // that is missing as written replaced by an entry differing only in case.
-std::string resolve_native(const char16_t* path) {
+// `as_written`, when given, is set when the path exists as written, which
+// spares a caller asking again.
+std::string resolve_native(const char16_t* path, bool* as_written = nullptr) {
     std::string p = path ? utf16_to_utf8(path) : std::string();
     for (char& c : p)
         if (c == '\\') c = '/';
-    if (p.empty() || entry_exists(p)) return p;
+    if (p.empty()) return p;
+    if (entry_exists(p)) {
+        if (as_written) *as_written = true;
+        return p;
+    }
     std::string out;
     size_t i = 0;
     bool searching = true;
@@ -157,6 +163,15 @@ std::string resolve_native(const char16_t* path) {
         out += name;
     }
     return out;
+}
+
+// The file a path names, as plat_open_read finds it. Paths asked about were
+// mostly found before, so as written they mostly exist: one call then.
+bool stat_found(const char16_t* path, struct stat* st) {
+    std::string native = utf16_to_utf8(path);
+    if (native.find('\\') == std::string::npos && stat(native.c_str(), st) == 0) return true;
+    native = resolve_native(path);
+    return !native.empty() && stat(native.c_str(), st) == 0;
 }
 
 // ENOENT is "file not found" when the folder exists, else "path not found".
@@ -636,10 +651,8 @@ uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
 }
 
 bool plat_output_holds(const char16_t* path) {
-    if (pending.guard < 0) return false;
     struct stat st;
-    std::string native = resolve_native(path);
-    return !native.empty() && stat(native.c_str(), &st) == 0 && st.st_dev == pending.device &&
+    return pending.guard >= 0 && stat_found(path, &st) && st.st_dev == pending.device &&
            st.st_ino == pending.inode;
 }
 
@@ -672,18 +685,14 @@ void plat_output_discard() {
 }
 
 bool plat_exists(const char16_t* path) {
-    std::string native = resolve_native(path);
-    return !native.empty() && entry_exists(native);
+    bool as_written = false;
+    std::string native = resolve_native(path, &as_written);
+    return as_written || (!native.empty() && entry_exists(native));
 }
 
 bool plat_file_stamp(const char16_t* path, FileStamp* out) {
-    // The paths asked about were found before: as written, they mostly exist.
-    std::string native = utf16_to_utf8(path);
     struct stat st;
-    if (native.find('\\') != std::string::npos || stat(native.c_str(), &st) != 0) {
-        native = resolve_native(path);
-        if (native.empty() || stat(native.c_str(), &st) != 0) return false;
-    }
+    if (!stat_found(path, &st)) return false;
     out->size = uint64_t(st.st_size);
     out->modified = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
     // The change time too: a file rewritten in place within the clock's
