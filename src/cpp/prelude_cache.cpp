@@ -290,8 +290,8 @@ void restore(const Saved& saved, SourceFile* s) {
         sym->replacement = saved_row(saved, saved_sym.replacement, saved_sym.replacement_n);
     }
     for (const auto& [path, g] : saved.guarded) cpp.guarded[path] = g;
-    for (const IncludeStep& step : saved.includes)
-        if (compile_state.collect_dependencies) record_include(step.path);
+    if (compile_state.collect_dependencies)
+        for (const IncludeStep& step : saved.includes) record_include(step.path);
     std::u16string text;
     size_t from = 0;
     for (uint32_t at : saved.main_at) {

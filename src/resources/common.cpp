@@ -69,26 +69,10 @@ const WrittenPlace* first_written(const NameOrOrdinal& type, const NameOrOrdinal
                                   uint16_t language, WrittenPlace place, bool last) {
     ResourcesState& rs = resources_state;
     if (is_ordinal(type) && is_ordinal(name)) {
-        auto& table = rs.written_ordinals;
-        if (2 * (rs.written_ordinal_count + 1) > table.size()) {
-            auto old = std::move(table);
-            table.assign(std::max<size_t>(64, 2 * old.size()), {});
-            for (const auto& e : old) {
-                if (!e.first) continue;
-                size_t i = (e.first * 0x9E3779B97F4A7C15u >> 32) & (table.size() - 1);
-                while (table[i].first) i = (i + 1) & (table.size() - 1);
-                table[i] = e;
-            }
-        }
         uint64_t key = uint64_t(1) << 48 | uint64_t(ordinal_of(type)) << 32 |
                        uint64_t(ordinal_of(name)) << 16 | language;
-        size_t i = (key * 0x9E3779B97F4A7C15u >> 32) & (table.size() - 1);
-        while (table[i].first && table[i].first != key) i = (i + 1) & (table.size() - 1);
-        if (table[i].first) return &table[i].second;
-        if (!last) {
-            table[i] = {key, place};
-            rs.written_ordinal_count += 1;
-        }
+        if (const WrittenPlace* first = rs.written_ordinals.find(key)) return first;
+        if (!last) rs.written_ordinals.insert(key, place);
         return nullptr;
     }
     std::u16string key;

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "support/state.h"
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
 #include "support/files.h"
+#include "support/state.h"
 
 namespace tarn {
 

@@ -6,6 +6,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "support/flatmap.h"
+
 namespace tarn {
 
 // Where a resource was defined, for the extended dialect's duplicate check.
@@ -26,11 +28,9 @@ struct ResourcesState {
     // Type, name and language of every resource written (extended dialect),
     // and the files they come from, a file once for each run of resources
     // from it: a resource costs no copy of its file's path.
-    // Those whose type and name are both ordinals (most of them) go by a
-    // 64-bit key into an open-addressed table, 16 bytes a slot, at most
-    // half of them used; the others by their units into a map.
-    std::vector<std::pair<uint64_t, WrittenPlace>> written_ordinals; // key 0: free
-    size_t written_ordinal_count = 0;
+    // Those whose type and name are both ordinals (most of them) by a 64-bit
+    // key; the others by their units.
+    FlatMap<uint64_t, WrittenPlace> written_ordinals;
     std::unordered_map<std::u16string, WrittenPlace> written;
     std::vector<std::u16string> written_files;
 };

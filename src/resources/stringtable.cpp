@@ -64,39 +64,19 @@ uint32_t keep_text() {
     return offset;
 }
 
-size_t index_slot(const std::vector<uint64_t>& index, uint32_t key) {
-    size_t mask = index.size() - 1;
-    size_t i = (uint64_t(key) * 0x9E3779B97F4A7C15u >> 32) & mask;
-    while (index[i] && uint32_t(index[i] >> 32) != key) i = (i + 1) & mask;
-    return i;
-}
-
-// The key's entry: its block, or a free slot for it. The table doubles
-// before it is half full.
-uint64_t& index_entry(uint32_t key) {
-    std::vector<uint64_t>& index = string_tables.block_index;
-    if (2 * (string_tables.blocks.size() + 1) > index.size()) {
-        std::vector<uint64_t> old = std::move(index);
-        index.assign(std::max<size_t>(64, 2 * old.size()), 0);
-        for (uint64_t e : old)
-            if (e) index[index_slot(index, uint32_t(e >> 32))] = e;
-    }
-    return index[index_slot(index, key)];
-}
-
 // Files the string in its block, opening the block where its pair is new.
 void add_string(uint16_t id, uint32_t statement, uint32_t offset) {
     StringTableState& st = string_tables;
     auto block_id = uint16_t((id >> 4) + 1); // 4096 for ids from 0xFFF0: 16 bits hold it
     uint32_t key = uint32_t(block_id) << 16 | st.statements[statement].language;
-    uint64_t& entry = index_entry(key);
-    if (!entry) {
-        entry = uint64_t(key) << 32 | uint32_t(st.blocks.size() + 1);
+    uint32_t* index = st.block_index.find(key);
+    if (!index) {
+        index = &st.block_index.insert(key, uint32_t(st.blocks.size()));
         StringBlock& b = st.blocks.emplace_back();
         b.statement = statement;
         b.block_id = block_id;
     }
-    StringBlock& b = st.blocks[uint32_t(entry) - 1];
+    StringBlock& b = st.blocks[*index];
     uint32_t& slot = b.slots[id & 15u];
     if (slot) b.duplicate = true;
     slot = offset + 1;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "resfile/writer.h"
+#include "support/flatmap.h"
 
 namespace tarn {
 
@@ -33,9 +34,7 @@ struct StringTableState {
     // then the units.
     std::vector<std::unique_ptr<uint8_t[]>> chunks; // of STRING_CHUNK_BYTES each
     size_t chunk_used = 0;
-    // (block id, language) to its block + 1, open-addressed: 8 bytes a slot,
-    // at most half of them used, where a node-based map takes 40 an entry.
-    std::vector<uint64_t> block_index; // key << 32 | block + 1; 0: free
+    FlatMap<uint32_t, uint32_t> block_index; // (block id, language) to its block
 };
 extern StringTableState string_tables;
 

@@ -6,8 +6,8 @@
 #include <windows.h>
 
 #include <climits>
-#include <iterator>
 #include <ctime>
+#include <iterator>
 
 namespace tarn {
 
@@ -153,12 +153,7 @@ std::u16string to_text(unsigned long n) {
 } // namespace
 
 void note_refused_read(const char16_t* path) {
-    if (!pending.guard || !path) return;
-    std::u16string a = full_path(path), b = full_path(pending.target.c_str());
-    if (!a.empty() && a.size() == b.size() &&
-        CompareStringOrdinal(wide(a.c_str()), int(a.size()), wide(b.c_str()), int(b.size()),
-                             TRUE) == CSTR_EQUAL)
-        pending.read = true;
+    if (plat_output_holds(path)) pending.read = true;
 }
 
 bool plat_output_holds(const char16_t* path) {
