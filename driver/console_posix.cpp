@@ -66,6 +66,7 @@ void prepare_heap() {
     constexpr size_t GROWTH = size_t(64) << 20;
     constexpr size_t CHUNK_HEADER = 2 * sizeof(size_t);
     mallopt(M_MMAP_THRESHOLD, 32 << 20); // the largest the C library takes
+    mallopt(M_ARENA_MAX, 1);             // the preprocessor's thread shares these pages
     mallopt(M_TOP_PAD, GROWTH);
     mallopt(M_TRIM_THRESHOLD, 2 * GROWTH);
     void* probe = std::malloc(GROWTH / 4); // beyond the top: the heap grows

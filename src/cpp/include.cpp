@@ -150,7 +150,7 @@ void guard_watch(SourceFile* s, const TokenRow* row) {
 
 void guardFileDone(SourceFile* s) {
     if (s->guard != GUARD_AFTER || s->ifdepth != 0 || !s->file ||
-        diag_state.reported != s->guard_reports)
+        reports_so_far() != s->guard_reports)
         return;
     GuardedHeader& g = cpp.guarded[s->name];
     g.macro.assign(s->guard_name, s->guard_len);

@@ -95,22 +95,23 @@ bool read_params(PpToken** at, std::vector<PpToken>* params) {
 
 // The bucket comes from a multiplicative hash of the name: names of one
 // pattern (IDC_1000, IDC_1001, ...) have nearly the same sum of units and
-// would crowd a few long chains.
+// would crowd one stretch of the table.
 size_t bucket_of(uint32_t hash) {
     return (hash ^ (hash >> 16)) & (cpp.buckets.size() - 1);
 }
 
-// Doubles the buckets, so that chains stay short however many names the
+// Doubles the table, so that searches stay short however many names the
 // headers define.
 void grow_table() {
-    std::vector<Symbol*> old = std::move(cpp.buckets);
-    cpp.buckets.assign(old.size() * 2, nullptr);
-    for (Symbol* chain : old)
-        while (Symbol* s = chain) {
-            chain = s->next;
-            s->next = cpp.buckets[bucket_of(s->hash)];
-            cpp.buckets[bucket_of(s->hash)] = s;
-        }
+    std::vector<SymbolSlot> old = std::move(cpp.buckets);
+    cpp.buckets.assign(old.size() * 2, SymbolSlot{});
+    size_t mask = cpp.buckets.size() - 1;
+    for (const SymbolSlot& slot : old) {
+        if (!slot.symbol) continue;
+        size_t i = bucket_of(slot.hash);
+        while (cpp.buckets[i].symbol) i = (i + 1) & mask;
+        cpp.buckets[i] = slot;
+    }
 }
 
 uint64_t load4(const char16_t* p) {
@@ -158,8 +159,10 @@ namespace {
 
 // Kept apart from the search, which is the hot path.
 [[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash) {
-    if (cpp.symbolCount >= cpp.buckets.size()) grow_table();
-    Symbol** bucket = &cpp.buckets[bucket_of(hash)];
+    if (2 * (cpp.symbolCount + 1) > cpp.buckets.size()) grow_table();
+    size_t mask = cpp.buckets.size() - 1;
+    size_t at = bucket_of(hash);
+    while (cpp.buckets[at].symbol) at = (at + 1) & mask;
     // The entry and its name in one piece of the arena.
     void* block = cpp.arena.alloc(sizeof(Symbol) + (len + 1) * sizeof(char16_t));
     Symbol* s = new (block) Symbol();
@@ -169,8 +172,7 @@ namespace {
     s->name = copy;
     s->len = len;
     s->hash = hash;
-    s->next = *bucket;
-    *bucket = s;
+    cpp.buckets[at] = SymbolSlot{s, hash};
     cpp.symbolCount += 1;
     char16_t second = len > 1 ? name[1] : 0;
     cpp.macroBits[name[0] & 63] |= 1u << (second & 31);
@@ -181,9 +183,13 @@ namespace {
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
     uint32_t hash = name_hash(name, len);
-    for (Symbol* s = cpp.buckets[bucket_of(hash)]; s; s = s->next)
-        if (s->hash == hash && s->len == len && same_units(s->name, name, len)) return s;
-    return install ? install_name(name, len, hash) : nullptr;
+    size_t mask = cpp.buckets.size() - 1;
+    for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
+        const SymbolSlot& slot = cpp.buckets[i];
+        if (!slot.symbol) return install ? install_name(name, len, hash) : nullptr;
+        if (slot.hash == hash && slot.symbol->len == len && same_units(slot.symbol->name, name, len))
+            return slot.symbol;
+    }
 }
 
 bool symbol_is_defined(const PpToken* tp) {

@@ -70,9 +70,13 @@ int writeLineMarker() {
     return room;
 }
 
-size_t readPreprocessed(char16_t* dest, size_t max) {
+void fill_output() {
     while (!cpp.preprocessDone && cpp.outpos < OUTPUT_WORKING && cpp.source)
         if (processLines(&cpp.mainRow)) cpp.preprocessDone = true;
+}
+
+size_t take_output(char16_t* dest, size_t max) {
+    fill_output();
     size_t n = cpp.outpos;
     if (n <= max) {
         std::memcpy(dest, cpp.outbuf.data(), n * sizeof(char16_t));

@@ -70,13 +70,12 @@ void put_row(Units& out, const TokenRow* row) {
 // the key, the state after it is what a replay restores.
 void put_symbols(Units& out) {
     put_u64(out, cpp.symbolCount);
-    for (const Symbol* chain : cpp.buckets)
-        for (const Symbol* s = chain; s; s = s->next) {
-            put_text(out, s->name, s->len);
-            out += static_cast<char16_t>(s->value | s->flags << 8);
-            put_row(out, s->params);
-            put_row(out, s->replacement);
-        }
+    for_each_symbol([&](const Symbol* s) {
+        put_text(out, s->name, s->len);
+        out += static_cast<char16_t>(s->value | s->flags << 8);
+        put_row(out, s->params);
+        put_row(out, s->replacement);
+    });
 }
 
 // Four units at a time.
@@ -342,7 +341,7 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     }
     auto capture = std::make_unique<PreludeCapture>();
     capture->main = s;
-    capture->reported = diag_state.reported;
+    capture->reported = reports_so_far();
     capture->file = std::move(file);
     capture->key = std::move(key);
     cpp.capture = std::move(capture);
@@ -351,13 +350,13 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
 
 void prelude_capture_end() {
     std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
-    if (c->spoiled || diag_state.reported != c->reported) return;
+    if (c->spoiled || reports_so_far() != c->reported) return;
     Units body;
     uint32_t tokens = 0;
-    for (const Symbol* chain : cpp.buckets)
-        for (const Symbol* sym = chain; sym; sym = sym->next)
-            for (const TokenRow* row : {sym->params, sym->replacement})
-                if (row) tokens += static_cast<uint32_t>(rowlen(row));
+    for_each_symbol([&](const Symbol* sym) {
+        for (const TokenRow* row : {sym->params, sym->replacement})
+            if (row) tokens += static_cast<uint32_t>(rowlen(row));
+    });
     put_u32(body, tokens);
     bool ok = true;
     put_u32(body, static_cast<uint32_t>(c->includes.size()));

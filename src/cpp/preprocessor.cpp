@@ -87,6 +87,7 @@ void cpp_startup() {
 }
 
 void close_all_sources() {
+    read_ahead_stop();
     while (cpp.source) popSource();
 }
 
@@ -101,6 +102,7 @@ void cpp_run_setup(const char16_t* input) {
 }
 
 void cpp_run_finish() {
+    read_ahead_stop();
     popSource();
 }
 

@@ -25,8 +25,17 @@ void cpp_run_setup(const char16_t* input);
 // Closes the outermost source at the end of a run.
 void cpp_run_finish();
 
-// Copies at most max units of preprocessed text to dest; 0 at the end.
+// The next piece of preprocessed text, at most max units, followed by a
+// zero; it stays as it is until the next call or the end of the run. *n is
+// 0 at the end.
+const char16_t* lendPreprocessed(size_t max, size_t* n);
+// The same, copied to dest; returns the units.
 size_t readPreprocessed(char16_t* dest, size_t max);
+// For a compile (not the preprocess-only run): a long script's text may be
+// made on a thread of its own (read_ahead.cpp), which read_ahead_stop ends
+// and waits for; every end of a compile calls it before anything else.
+void read_ahead_allow();
+void read_ahead_stop();
 
 // define_symbol_w / undefine_symbol_w: kind 'D' (68) or 'U' (85).
 void define_from_text(const char16_t* text, int kind);

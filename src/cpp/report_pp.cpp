@@ -100,29 +100,26 @@ std::u16string pp_raw_text(DiagnosticCode code) {
 } // namespace
 
 DiagnosticCode report_pp_args(DiagnosticCode code, Args args) {
-    if (tarn_error_callback callback = compile_state.error_callback) {
-        std::u16string text = expand_pp(pp_raw_text(code), args);
-        const char16_t* file = nullptr;
-        uint32_t line = 0;
-        if (!pp_location(&file, &line)) {
-            file = nullptr;
-            line = 0;
-        }
-        callback(severity_class(code), file, line, text.c_str());
+    std::u16string text;
+    const char16_t* file = nullptr;
+    uint32_t line = 0;
+    if (compile_state.error_callback) {
+        text = expand_pp(pp_raw_text(code), args);
+        pp_location(&file, &line);
     }
-    conclude_report(code);
+    deliver_report(code, file, line, text);
     return code & SEVERITY_MASK;
 }
 
 void report_at_source_args(DiagnosticCode code, Args args) {
-    if (tarn_error_callback callback = compile_state.error_callback) {
-        std::u16string text = diagnostic_text(code, args);
-        const char16_t* file = nullptr;
-        uint32_t line = 0;
+    std::u16string text;
+    const char16_t* file = nullptr;
+    uint32_t line = 0;
+    if (compile_state.error_callback) {
+        text = diagnostic_text(code, args);
         pp_location(&file, &line);
-        callback(severity_class(code), file, line, text.c_str());
     }
-    conclude_report(code);
+    deliver_report(code, file, line, text);
 }
 
 } // namespace tarn

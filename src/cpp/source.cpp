@@ -157,7 +157,7 @@ SourceFile* pushSource(const char16_t* name, const char16_t* text) {
         report(fatal_system_code(e), name);
     }
     s->file = f;
-    s->guard_reports = diag_state.reported;
+    s->guard_reports = reports_so_far();
     SourceEncoding e = detectEncoding(f);
     s->encoding = e;
     s->code_page = compile_state.code_page;

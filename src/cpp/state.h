@@ -6,9 +6,13 @@
 #include "cpp/report_pp.h"
 #include "cpp/tokens.h"
 #include "support/platform.h"
+#include "support/state.h"
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -189,7 +193,6 @@ enum Keyword : uint8_t {
 constexpr uint8_t KW_DEFINED_IDLE = 2; // the value `defined` has otherwise
 
 struct Symbol {
-    Symbol* next = nullptr; // in its bucket
     const char16_t* name = nullptr;
     uint64_t len = 0;
     TokenRow* replacement = nullptr;
@@ -203,7 +206,16 @@ struct Symbol {
     mutable uint32_t alone = 0;
 };
 
-constexpr size_t SYMBOL_BUCKETS = 512; // at first; doubled when the table fills
+// The symbol table is open-addressed: a search that meets another name's
+// slot compares the hashes kept in the table, without going to the symbol.
+struct SymbolSlot {
+    Symbol* symbol = nullptr; // null: empty
+    uint32_t hash = 0;
+};
+constexpr size_t SYMBOL_BUCKETS = 1024; // at first; doubled when half full
+
+// Every symbol, in table order.
+template <class F> void for_each_symbol(F f);
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install);
 inline Symbol* lookupSymbol(const PpToken* tp, bool install) {
@@ -350,6 +362,58 @@ void capture_main_name(size_t name_units);
 void capture_include(const std::u16string& name, bool angled, const char16_t* includer,
                      const std::u16string& path, bool opened);
 
+// ---- Reading ahead (read_ahead.cpp)
+// A long script is preprocessed on a thread of its own while the script
+// compiler works on the text before. The thread makes the very pieces that
+// readPreprocessed would make when asked, each with what it would have
+// told the host (DeferredEffect), so nothing the host sees changes.
+constexpr size_t READ_AHEAD_SLOTS = 4;
+constexpr size_t READ_AHEAD_PIECES = 16; // per slot: one hand-over costs system calls
+constexpr uint32_t READ_AHEAD_AFTER = 8;  // pieces taken before the thread starts
+
+// Pieces one after another in `text`, each followed by a zero; piece i
+// ends at ends[i], and its effects at effect_ends[i].
+struct ReadAheadSlot {
+    std::vector<char16_t> text; // grown to the room a piece may need
+    std::vector<size_t> ends;
+    std::vector<DeferredEffect> effects;
+    std::vector<size_t> effect_ends;
+    std::exception_ptr failure; // what ended the thread's run, after the last piece's effects
+    bool last = false;          // nothing follows (the end, or a failure)
+};
+
+struct ReadAheadState {
+    PlatThread* thread = nullptr;
+    PlatSemaphore* filled = nullptr; // slots ready for the script
+    PlatSemaphore* room = nullptr;   // slots the thread may fill
+    std::array<ReadAheadSlot, READ_AHEAD_SLOTS> slots;
+    size_t fill = 0;      // the thread's next slot
+    size_t max = 0;       // units per piece, as the script asks for them
+    size_t take = 0;      // the script's slot,
+    size_t piece = 0;     // its piece in there,
+    size_t taken = 0;     // and the units of the slot's text taken so far
+    bool holding = false; // the script's slot is taken from the thread, not yet used up
+    bool begun = false;   // the current piece's effects are delivered
+    bool drained = false; // the last piece was taken
+    std::atomic<bool> stop{false};
+    bool allowed = false; // this run's text goes to the script compiler
+    uint32_t after = READ_AHEAD_AFTER;
+    uint32_t requests = 0;
+    uint32_t reported = 0; // reports when the thread started
+    // The text lent to the script: the unit its ending zero replaced, the
+    // units lent from the output buffer itself (no thread), and a slot to
+    // give back to the thread once the script is done with it.
+    char16_t* lentEnd = nullptr;
+    char16_t lentSaved = 0;
+    size_t lentOutput = 0;
+    bool slotDone = false;
+};
+
+// Runs the preprocessor until the output holds a piece's worth (or the end).
+void fill_output();
+// A piece as readPreprocessed makes it, copied out: the thread's work.
+size_t take_output(char16_t* dest, size_t max);
+
 // ---- All of it
 constexpr size_t LEX_STOPS = 2;
 
@@ -371,7 +435,7 @@ struct CppState {
     uint32_t macroBits[64] = {};
 
     // Symbols and hidesets
-    std::vector<Symbol*> buckets = std::vector<Symbol*>(SYMBOL_BUCKETS);
+    std::vector<SymbolSlot> buckets = std::vector<SymbolSlot>(SYMBOL_BUCKETS);
     size_t symbolCount = 0;
     Symbol* definedSymbol = nullptr;
     Symbol* keywords[KW_PRAGMA + 1] = {}; // the directive keywords' entries, by value
@@ -402,10 +466,16 @@ struct CppState {
     std::unique_ptr<PreludeCapture> capture; // while the prelude is first read
     bool preludeReplayed = false;
     std::unique_ptr<char16_t[]> preludeUnits; // a replayed prelude's file
+    ReadAheadState readAhead;
 
     Arena arena;
 };
 
 extern CppState cpp;
+
+template <class F> void for_each_symbol(F f) {
+    for (const SymbolSlot& slot : cpp.buckets)
+        if (slot.symbol) f(slot.symbol);
+}
 
 } // namespace tarn

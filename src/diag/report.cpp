@@ -64,6 +64,58 @@ std::u16string fallback_text(DiagnosticCode code) {
     return std::u16string(buf, buf + n);
 }
 
+namespace {
+
+// The script report's location is the script lexer's when it is handed
+// over: for a kept one, where the script had come to when it took the text.
+void deliver_script_report(DiagnosticCode code, const std::u16string& text) {
+    uint32_t line = script_location.script_line;
+    deliver_report(code, line ? script_location.script_file : nullptr, line, text);
+}
+
+void keep_report(DeferredEffect e, DiagnosticCode code, std::u16string text) {
+    e.code = code;
+    e.text = std::move(text);
+    deferred.list->push_back(std::move(e));
+    deferred.reported += 1;
+    if (code & CODE_FATAL) throw FatalUnwind{}; // the read-ahead thread stops here
+}
+
+} // namespace
+
+void deliver_report(DiagnosticCode code, const char16_t* file, uint32_t line,
+                    const std::u16string& text) {
+    if (deferred.list) {
+        DeferredEffect e;
+        e.has_file = file != nullptr;
+        if (file) e.file = file;
+        e.line = line;
+        keep_report(std::move(e), code, text);
+        return;
+    }
+    if (tarn_error_callback callback = compile_state.error_callback)
+        callback(severity_class(code), file, line, text.c_str());
+    conclude_report(code);
+}
+
+void deliver_effect(const DeferredEffect& e) {
+    switch (e.kind) {
+    case DeferredEffect::REPORT:
+        deliver_report(e.code, e.file_or_null(), e.line, e.text);
+        return;
+    case DeferredEffect::SCRIPT_REPORT:
+        deliver_script_report(e.code, e.text);
+        return;
+    case DeferredEffect::INCLUDE:
+        record_include(e.file);
+        return;
+    }
+}
+
+uint32_t reports_so_far() {
+    return deferred.list ? deferred.reported : diag_state.reported;
+}
+
 void conclude_report(DiagnosticCode code) {
     diag_state.reported += 1;
     if (code & CODE_FATAL) throw FatalUnwind{};
@@ -105,13 +157,15 @@ std::u16string script_text(DiagnosticCode code, Args args) {
 
 void report_args(DiagnosticCode code, Args args) {
     if ((code & SCRIPT_MASK) == 0) return;
-    if (tarn_error_callback callback = compile_state.error_callback) {
-        std::u16string text = script_text(code, args);
-        uint32_t line = script_location.script_line;
-        const char16_t* file = line ? script_location.script_file : nullptr;
-        callback(severity_class(code), file, line, text.c_str());
+    std::u16string text;
+    if (compile_state.error_callback) text = script_text(code, args);
+    if (deferred.list) {
+        DeferredEffect e;
+        e.kind = DeferredEffect::SCRIPT_REPORT;
+        keep_report(std::move(e), code, std::move(text));
+        return;
     }
-    conclude_report(code);
+    deliver_script_report(code, text);
 }
 
 std::u16string format_message_args(uint32_t number, Args args) {

@@ -5,6 +5,7 @@
 #include "diag/catalogue.h"
 #include "diag/codes.h"
 #include "diag/format.h"
+#include "support/state.h"
 
 #include <initializer_list>
 #include <string>
@@ -43,6 +44,17 @@ std::u16string report_prefix(DiagnosticCode code);
 std::u16string fallback_text(DiagnosticCode code);
 const char16_t* message_text(uint32_t id);
 void conclude_report(DiagnosticCode code);
+
+// Hands a report's text to the host's error callback and concludes it; on
+// the preprocessor's read-ahead thread, keeps it for the main thread instead
+// (support/state.h, DeferredEffect). A fatal code unwinds either thread.
+void deliver_report(DiagnosticCode code, const char16_t* file, uint32_t line,
+                    const std::u16string& text);
+// On the main thread: what the read-ahead thread kept, as if done now.
+void deliver_effect(const DeferredEffect& e);
+// Every report so far, as the thread that asks has seen them: guarded
+// headers and the saved prelude are kept only when none came meanwhile.
+uint32_t reports_so_far();
 
 // Script report: platform formatter inserts; location from the script lexer.
 // A code whose (code & 0x20003FFF) is 0 reports nothing.

@@ -189,6 +189,11 @@ void rc_main(const char16_t* input, const char16_t* output, bool preprocess_only
         cpp_run_finish();
         return;
     }
+    // Whatever ends the compile, the preprocessor's thread ends first.
+    struct ReadAheadScope {
+        ReadAheadScope() { read_ahead_allow(); }
+        ~ReadAheadScope() { read_ahead_stop(); }
+    } read_ahead;
     open_output(output);
     statement_loop();
 

@@ -34,14 +34,17 @@ constexpr size_t STRING_UNITS = TOKEN_TEXT_UNITS - 1; // 4095
 // `end` while nothing is pushed back and 0 otherwise, so that the common
 // case of get_char is one comparison.
 struct LexerInput {
-    char16_t block[BLOCK_UNITS + 1]; // a zero after the text ends every scan
+    // A zero after the text ends every scan. The preprocessor lends its
+    // own text (so it is not copied); a test's source fills `own`.
+    const char16_t* block = own;
+    char16_t own[BLOCK_UNITS + 1];
 
     size_t pos = 0;
     size_t end = 0;
     size_t ready = 0;
     char16_t pushed[PUSHBACK_UNITS];
     int pushed_count = 0;
-    ScriptSource source = readPreprocessed;
+    ScriptSource source = nullptr; // null: the preprocessor's
 };
 LexerInput input;
 
@@ -105,8 +108,14 @@ bool has_class(char16_t c, uint8_t cls) {
     }
     if (input.pos == input.end) {
         input.pos = 0;
-        input.end = input.ready = input.source(input.block, BLOCK_UNITS);
-        input.block[input.end] = 0;
+        if (input.source) {
+            input.end = input.source(input.own, BLOCK_UNITS);
+            input.own[input.end] = 0;
+            input.block = input.own;
+        } else {
+            input.block = lendPreprocessed(BLOCK_UNITS, &input.end);
+        }
+        input.ready = input.end;
         if (input.end == 0) return 0;
     }
     return input.block[input.pos++];
@@ -723,11 +732,13 @@ void script_reset() {
     token = ScriptToken{};
     input.pos = input.end = input.ready = 0;
     input.pushed_count = 0;
-    input.source = readPreprocessed;
+    input.source = nullptr;
+    input.block = input.own;
 }
 
 void script_set_source(ScriptSource source) {
-    input.source = source ? source : readPreprocessed;
+    input.source = source;
+    input.block = input.own;
     input.pos = input.end = input.ready = 0;
     input.pushed_count = 0;
 }

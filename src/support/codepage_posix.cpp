@@ -159,8 +159,9 @@ std::unique_ptr<Codec> make_codec(uint32_t code_page) {
 }
 
 // Null when the page is unknown or glibc lacks it; a failure is remembered.
+// Each thread has its own: an iconv descriptor serves one at a time.
 Codec* codec_for(uint32_t code_page) {
-    static std::map<uint32_t, std::unique_ptr<Codec>> cache;
+    thread_local std::map<uint32_t, std::unique_ptr<Codec>> cache;
     auto it = cache.find(code_page);
     if (it == cache.end()) it = cache.emplace(code_page, make_codec(code_page)).first;
     return it->second.get();

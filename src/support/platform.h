@@ -92,6 +92,19 @@ bool plat_write_whole(const char16_t* path, std::string_view bytes);
 // Changes whenever the library's own file does (a rebuilt or updated library).
 uint64_t plat_library_stamp();
 
+// Threads (the preprocessor reads ahead on one of its own) and counting
+// semaphores to hand work between two. A start or a create returns null
+// when the system has none to give; the caller then goes on without.
+struct PlatThread;
+struct PlatSemaphore;
+constexpr size_t THREAD_STACK_BYTES = size_t(8) << 20;
+PlatThread* plat_thread_start(void (*body)(void*), void* arg);
+void plat_thread_join(PlatThread* t); // and frees it; null is ignored
+PlatSemaphore* plat_semaphore_create(uint32_t initial);
+void plat_semaphore_destroy(PlatSemaphore* s); // null is ignored
+void plat_semaphore_post(PlatSemaphore* s);
+void plat_semaphore_wait(PlatSemaphore* s);
+
 // The environment variable of that name, whatever the case of its letters.
 bool plat_getenv(std::u16string_view name, std::u16string* value);
 

@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -346,9 +347,14 @@ struct ReadAhead {
     uint64_t pos = 0; // the file position of data[0]; the descriptor stands at pos + end
 };
 constexpr uint32_t READ_AHEAD_BYTES = 64 * 1024;
-std::map<int, ReadAhead> read_ahead; // by descriptor
+// By descriptor. The preprocessor's thread and the main one open and close
+// files at once, so the map is locked; an entry is used only by the thread
+// that holds its descriptor (and a map's entries stay where they are).
+std::map<int, ReadAhead> read_ahead;
+std::mutex read_ahead_lock;
 
 ReadAhead* read_ahead_of(FileHandle f) {
+    std::lock_guard<std::mutex> hold(read_ahead_lock);
     auto it = read_ahead.find(fd_of(f));
     return it == read_ahead.end() ? nullptr : &it->second;
 }
@@ -373,6 +379,7 @@ bool read_fully(int fd, char* buffer, uint32_t n, uint32_t* total, uint32_t* e) 
 uint32_t plat_open_read(const char16_t* path, FileHandle* out) {
     uint32_t e = open_native(path, false, out);
     if (!e) { // a descriptor number may come back after a close
+        std::lock_guard<std::mutex> hold(read_ahead_lock);
         ReadAhead& ra = read_ahead[fd_of(*out)];
         if (!ra.data) ra.data.reset(new char[READ_AHEAD_BYTES]);
         ra.at = ra.end = 0;
@@ -477,7 +484,10 @@ uint32_t plat_size(FileHandle f, uint32_t* size) {
 
 void plat_close(FileHandle f) {
     if (!f) return;
-    read_ahead.erase(fd_of(f));
+    {
+        std::lock_guard<std::mutex> hold(read_ahead_lock);
+        read_ahead.erase(fd_of(f));
+    }
     close(fd_of(f));
 }
 

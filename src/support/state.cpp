@@ -4,6 +4,7 @@
 namespace tarn {
 
 CompileState compile_state;
+thread_local DeferredEffects deferred;
 
 NameOrOrdinal make_ordinal(uint16_t ordinal) {
     return NameOrOrdinal{std::u16string{char16_t(ORDINAL_MARK), char16_t(ordinal)}};
@@ -25,6 +26,13 @@ void record_file_info(const NameOrOrdinal& type, const NameOrOrdinal& name,
 }
 
 void record_include(const std::u16string& path) {
+    if (deferred.list) {
+        DeferredEffect e;
+        e.kind = DeferredEffect::INCLUDE;
+        e.file = path;
+        deferred.list->push_back(std::move(e));
+        return;
+    }
     compile_state.include_records.push_back(IncludeInfoRecord{path});
 }
 

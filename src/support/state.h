@@ -70,6 +70,31 @@ struct CompileState {
 
 extern CompileState compile_state;
 
+// What a preprocessor reading ahead on a thread of its own would have told
+// the host: a report, or an include record. It keeps them with the text
+// they came with, and the main thread delivers them when the script takes
+// that text, so that a host sees the same calls, in the same order and on
+// the same thread, as from a preprocessor that runs only when asked.
+struct DeferredEffect {
+    enum Kind : uint8_t { REPORT, SCRIPT_REPORT, INCLUDE };
+    Kind kind = REPORT;
+    uint32_t code = 0;
+    const char16_t* file_or_null() const { return has_file ? file.c_str() : nullptr; }
+    bool has_file = false;
+    std::u16string file; // where a REPORT points; the path an INCLUDE records
+    uint32_t line = 0;
+    std::u16string text; // a report's text (empty without an error callback)
+};
+
+// The read-ahead thread's keeping; empty (list null) on every other thread.
+// `reported` counts the reports it has seen: those made before it started
+// and its own.
+struct DeferredEffects {
+    std::vector<DeferredEffect>* list = nullptr;
+    uint32_t reported = 0;
+};
+extern thread_local DeferredEffects deferred;
+
 // Thrown where a long operation (a file read or write) finds a stop
 // requested, so that one huge statement stops as soon as a small one; the
 // export takes it like a fatal diagnostic.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "api/lifecycle.h"
 #include "support/text.h"
@@ -15,6 +16,7 @@ namespace tarn_test {
 namespace {
 
 FreshLibrary* current = nullptr;
+std::thread::id caller; // the thread the library was attached on
 std::atomic<unsigned> folder_counter{0};
 
 } // namespace
@@ -64,10 +66,11 @@ void FreshLibrary::SetUp() {
     reattach();
 }
 
-void FreshLibrary::reattach() {
+void FreshLibrary::reattach(bool collect_dependencies) {
     tarn::library_detach();
     tarn::library_attach(nullptr);
     current = this;
+    caller = std::this_thread::get_id();
     set_error_function_w(
         [](int32_t severity, const char16_t* file, uint32_t line, const char16_t* text) {
             Diagnostic d;
@@ -76,9 +79,10 @@ void FreshLibrary::reattach() {
             if (file) d.file = u8(file);
             d.line = line;
             d.text = u8(text);
+            d.on_caller = std::this_thread::get_id() == caller;
             if (current) current->diags.push_back(d);
         },
-        0);
+        collect_dependencies);
     set_information_function_w([](const char16_t* text) {
         if (current) current->info.push_back(u8(text));
     });

@@ -18,6 +18,7 @@ struct Diagnostic {
     bool has_file = false;
     uint32_t line = 0;
     std::string text; // UTF-8
+    bool on_caller = true; // reported on the thread that called the export
 };
 
 std::u16string u16(const std::string& utf8);
@@ -38,8 +39,9 @@ class FreshLibrary : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
-    // A just-loaded library in the same folder, with the recording callbacks.
-    void reattach();
+    // A just-loaded library in the same folder, with the recording callbacks
+    // (and dependency collection when asked).
+    void reattach(bool collect_dependencies = false);
 
     // Writes a file below the temporary folder; returns its full path.
     std::filesystem::path write_file(const std::string& name, const std::string& bytes);

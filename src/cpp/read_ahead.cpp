@@ -1,0 +1,201 @@
+// Reading ahead: once a script has proved long, its preprocessing moves to a
+// thread of its own, which makes the pieces readPreprocessed hands to the
+// script compiler a few pieces early. Each piece is exactly what the
+// preprocessor would make when asked, and what it would have told the host
+// on the way (reports, include records) travels with it, delivered by the
+// main thread when the script takes the piece. So the text, the messages,
+// their order and locations, and the records are those of a preprocessor
+// that runs only when asked; only the time changes.
+#include "cpp/preprocessor.h"
+#include "cpp/state.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "diag/report.h"
+
+namespace tarn {
+
+namespace {
+
+// The first slots hold fewer pieces, so that the script waits little for
+// the first one.
+size_t pieces_for(size_t slot_number) {
+    return slot_number < 4 ? size_t(2) << slot_number : READ_AHEAD_PIECES;
+}
+
+void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
+    slot.ends.clear();
+    slot.effects.clear();
+    slot.effect_ends.clear();
+    slot.failure = nullptr;
+    size_t used = 0;
+    deferred.list = &slot.effects;
+    while (slot.ends.size() < pieces && !slot.last) {
+        try {
+            if (slot.text.size() < used + ra.max + 1) slot.text.resize(used + ra.max + 1);
+            size_t n = take_output(slot.text.data() + used, ra.max);
+            used += n;
+            slot.text[used] = 0;
+            slot.last = n == 0;
+        } catch (...) {
+            slot.failure = std::current_exception();
+            slot.last = true;
+        }
+        slot.ends.push_back(used++);
+        slot.effect_ends.push_back(slot.effects.size());
+    }
+    deferred.list = nullptr;
+}
+
+void read_ahead_body(void*) {
+    ReadAheadState& ra = cpp.readAhead;
+    deferred.reported = ra.reported;
+    for (;;) {
+        plat_semaphore_wait(ra.room);
+        if (ra.stop.load(std::memory_order_acquire)) return;
+        size_t number = ra.fill++;
+        ReadAheadSlot& slot = ra.slots[number % READ_AHEAD_SLOTS];
+        slot.last = false;
+        fill_slot(ra, slot, pieces_for(number));
+        bool last = slot.last; // the slot is the script's once handed over
+        plat_semaphore_post(ra.filled);
+        if (last) return;
+    }
+}
+
+void release(ReadAheadState& ra) {
+    plat_thread_join(ra.thread);
+    ra.thread = nullptr;
+    plat_semaphore_destroy(ra.filled);
+    plat_semaphore_destroy(ra.room);
+    ra.filled = ra.room = nullptr;
+}
+
+// False when the system gives no thread: the run goes on without one.
+bool start(size_t max) {
+    ReadAheadState& ra = cpp.readAhead;
+    ra.filled = plat_semaphore_create(0);
+    ra.room = plat_semaphore_create(READ_AHEAD_SLOTS);
+    ra.max = max;
+    ra.stop.store(false);
+    ra.reported = diag_state.reported;
+    ra.thread = ra.filled && ra.room ? plat_thread_start(read_ahead_body, nullptr) : nullptr;
+    if (!ra.thread) {
+        release(ra);
+        ra.allowed = false;
+        return false;
+    }
+    return true;
+}
+
+bool worth_starting() {
+    ReadAheadState& ra = cpp.readAhead;
+    // A prelude being captured for the cache is finished where it began.
+    return ra.allowed && !cpp.preprocessDone && !cpp.capture && ++ra.requests > ra.after;
+}
+
+// The script's next piece: its effects delivered, a failure thrown.
+ReadAheadSlot& next_piece(ReadAheadState& ra) {
+    ReadAheadSlot& slot = ra.slots[ra.take % READ_AHEAD_SLOTS];
+    if (!ra.holding) {
+        plat_semaphore_wait(ra.filled);
+        if (slot.last) release(ra); // the thread has ended
+        ra.holding = true;
+        ra.piece = ra.taken = 0;
+    }
+    if (!ra.begun) {
+        ra.begun = true;
+        size_t from = ra.piece ? slot.effect_ends[ra.piece - 1] : 0;
+        for (size_t i = from; i < slot.effect_ends[ra.piece]; ++i) deliver_effect(slot.effects[i]);
+        if (slot.failure && ra.piece + 1 == slot.ends.size()) {
+            ra.drained = true;
+            std::rethrow_exception(slot.failure);
+        }
+    }
+    return slot;
+}
+
+// Units lent to the script end in a zero, which may stand on the first unit
+// of what follows; settle puts that unit back.
+char16_t* lend(ReadAheadState& ra, char16_t* text, size_t n) {
+    ra.lentEnd = text + n;
+    ra.lentSaved = text[n];
+    text[n] = 0;
+    return text;
+}
+
+// What the script was lent is done with: the unit under its zero restored,
+// units lent from the output buffer dropped from it (the rest moves to the
+// front, as when copied out), a used slot given back to the thread.
+void settle(ReadAheadState& ra) {
+    if (ra.lentEnd) *ra.lentEnd = ra.lentSaved;
+    ra.lentEnd = nullptr;
+    if (size_t lent = ra.lentOutput) {
+        size_t rest = cpp.outpos - lent;
+        std::memmove(cpp.outbuf.data(), cpp.outbuf.data() + lent, rest * sizeof(char16_t));
+        cpp.outpos = rest;
+        ra.lentOutput = 0;
+    }
+    if (ra.slotDone) plat_semaphore_post(ra.room);
+    ra.slotDone = false;
+}
+
+} // namespace
+
+void read_ahead_allow() {
+    cpp.readAhead.allowed = true;
+}
+
+void read_ahead_stop() {
+    ReadAheadState& ra = cpp.readAhead;
+    settle(ra);
+    if (ra.thread) {
+        ra.stop.store(true, std::memory_order_release);
+        plat_semaphore_post(ra.room);
+        release(ra);
+    }
+    ra.allowed = ra.holding = ra.begun = ra.drained = false;
+    ra.take = ra.fill = ra.piece = ra.taken = 0;
+    ra.requests = 0;
+}
+
+const char16_t* lendPreprocessed(size_t max, size_t* n) {
+    ReadAheadState& ra = cpp.readAhead;
+    settle(ra);
+    *n = 0;
+    static const char16_t nothing[1] = {0};
+    if (ra.drained) return nothing;
+    if (!ra.thread && !ra.holding && (!worth_starting() || !start(max))) {
+        fill_output();
+        *n = ra.lentOutput = std::min(cpp.outpos, max);
+        return lend(ra, cpp.outbuf.data(), *n);
+    }
+    ReadAheadSlot& slot = next_piece(ra);
+    char16_t* from = slot.text.data() + ra.taken;
+    size_t end = slot.ends[ra.piece];
+    *n = std::min(max, end - ra.taken);
+    ra.taken += *n;
+    if (ra.taken == end) { // the piece is used up
+        ra.begun = false;
+        ra.taken += 1; // its ending zero
+        if (++ra.piece == slot.ends.size()) {
+            ra.holding = false;
+            ++ra.take;
+            if (slot.last)
+                ra.drained = true;
+            else
+                ra.slotDone = true;
+        }
+    }
+    return lend(ra, from, *n);
+}
+
+size_t readPreprocessed(char16_t* dest, size_t max) {
+    size_t n = 0;
+    const char16_t* text = lendPreprocessed(max, &n);
+    std::memcpy(dest, text, n * sizeof(char16_t));
+    return n;
+}
+
+} // namespace tarn
