@@ -187,7 +187,8 @@ Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
     for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
         const SymbolSlot& slot = cpp.buckets[i];
         if (!slot.symbol) return install ? install_name(name, len, hash) : nullptr;
-        if (slot.hash == hash && slot.symbol->len == len && same_units(slot.symbol->name, name, len))
+        if (slot.hash == hash && slot.symbol->len == len &&
+            same_units(slot.symbol->name, name, len))
             return slot.symbol;
     }
 }

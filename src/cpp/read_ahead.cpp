@@ -33,8 +33,11 @@ void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
     deferred.list = &slot.effects;
     while (slot.ends.size() < pieces && !slot.last) {
         try {
-            if (slot.text.size() < used + ra.max + 1) slot.text.resize(used + ra.max + 1);
-            size_t n = take_output(slot.text.data() + used, ra.max);
+            fill_output(); // first, so that the slot grows only by what it takes
+            size_t n = std::min(cpp.outpos, ra.max);
+            if (slot.text.size() < used + n + 1)
+                slot.text.resize(std::max(used + n + 1, 2 * slot.text.size()));
+            take_output(slot.text.data() + used, ra.max);
             used += n;
             slot.text[used] = 0;
             slot.last = n == 0;
@@ -80,7 +83,8 @@ bool start(size_t max) {
     ra.max = max;
     ra.stop.store(false);
     ra.reported = diag_state.reported;
-    ra.thread = ra.filled && ra.room ? plat_thread_start(read_ahead_body, nullptr) : nullptr;
+    if (ra.filled && ra.room)
+        ra.thread = plat_thread_start(read_ahead_body, nullptr, "tarn-preprocess");
     if (!ra.thread) {
         release(ra);
         ra.allowed = false;

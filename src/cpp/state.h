@@ -369,7 +369,7 @@ void capture_include(const std::u16string& name, bool angled, const char16_t* in
 // told the host (DeferredEffect), so nothing the host sees changes.
 constexpr size_t READ_AHEAD_SLOTS = 4;
 constexpr size_t READ_AHEAD_PIECES = 16; // per slot: one hand-over costs system calls
-constexpr uint32_t READ_AHEAD_AFTER = 8;  // pieces taken before the thread starts
+constexpr uint32_t READ_AHEAD_AFTER = 8; // pieces taken before the thread starts
 
 // Pieces one after another in `text`, each followed by a zero; piece i
 // ends at ends[i], and its effects at effect_ends[i].

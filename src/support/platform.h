@@ -98,7 +98,9 @@ uint64_t plat_library_stamp();
 struct PlatThread;
 struct PlatSemaphore;
 constexpr size_t THREAD_STACK_BYTES = size_t(8) << 20;
-PlatThread* plat_thread_start(void (*body)(void*), void* arg);
+// The name (at most 15 characters) is what debuggers and profilers show,
+// where the system keeps one.
+PlatThread* plat_thread_start(void (*body)(void*), void* arg, const char* name);
 void plat_thread_join(PlatThread* t); // and frees it; null is ignored
 PlatSemaphore* plat_semaphore_create(uint32_t initial);
 void plat_semaphore_destroy(PlatSemaphore* s); // null is ignored

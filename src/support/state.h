@@ -27,7 +27,9 @@ NameOrOrdinal make_name(std::u16string_view name);
 inline bool is_ordinal(const NameOrOrdinal& n) {
     return !n.units.empty() && n.units[0] == ORDINAL_MARK;
 }
-inline uint16_t ordinal_of(const NameOrOrdinal& n) { return n.units.size() > 1 ? n.units[1] : 0; }
+inline uint16_t ordinal_of(const NameOrOrdinal& n) {
+    return n.units.size() > 1 ? n.units[1] : 0;
+}
 NameOrOrdinal copy_name(const NameOrOrdinal& name);
 
 // The trailing fields of a ResourceHeader, in file order.

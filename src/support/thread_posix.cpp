@@ -29,7 +29,7 @@ void* thread_entry(void* t) {
 
 } // namespace
 
-PlatThread* plat_thread_start(void (*body)(void*), void* arg) {
+PlatThread* plat_thread_start(void (*body)(void*), void* arg, const char* name) {
     auto* t = new (std::nothrow) PlatThread{pthread_t{}, body, arg};
     if (!t) return nullptr;
     // As much stack as a main thread has: the preprocessor's recursion
@@ -43,6 +43,11 @@ PlatThread* plat_thread_start(void (*body)(void*), void* arg) {
         delete t;
         return nullptr;
     }
+#ifdef __GLIBC__
+    pthread_setname_np(t->id, name);
+#else
+    (void)name;
+#endif
     return t;
 }
 

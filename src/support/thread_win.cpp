@@ -29,7 +29,7 @@ DWORD WINAPI thread_entry(void* t) {
 
 } // namespace
 
-PlatThread* plat_thread_start(void (*body)(void*), void* arg) {
+PlatThread* plat_thread_start(void (*body)(void*), void* arg, const char*) {
     auto* t = new (std::nothrow) PlatThread{nullptr, body, arg};
     if (!t) return nullptr;
     // As much stack as a main thread has: the preprocessor's recursion

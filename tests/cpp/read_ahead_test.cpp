@@ -98,8 +98,8 @@ TEST_F(ReadAhead, MessagesAndIncludesComeAsWithout) {
         script += lines(part * 400, part * 400 + 400,
                         "%zu RCDATA { TWICE(%zu), \"text of resource %zu\" }\n");
         script += "#include \"b.h\"\n#include \"warn.h\"\n#include \"a.h\"\n";
-        script += "UNKNOWN_STATEMENT\n";          // the script's own warning
-        script += "#define ODD(x\n";              // the preprocessor's error
+        script += "UNKNOWN_STATEMENT\n";         // the script's own warning
+        script += "#define ODD(x\n";             // the preprocessor's error
         script += "STRINGTABLE { 1, FROM_B }\n"; // the script's error
     }
     Outcome r = same_each_way(script);
