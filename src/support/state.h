@@ -81,11 +81,11 @@ struct DeferredEffect {
     enum Kind : uint8_t { REPORT, SCRIPT_REPORT, INCLUDE };
     Kind kind = REPORT;
     uint32_t code = 0;
-    const char16_t* file_or_null() const { return has_file ? file.c_str() : nullptr; }
     bool has_file = false;
     std::u16string file; // where a REPORT points; the path an INCLUDE records
     uint32_t line = 0;
     std::u16string text; // a report's text (empty without an error callback)
+    const char16_t* file_or_null() const { return has_file ? file.c_str() : nullptr; }
 };
 
 // The read-ahead thread's keeping; empty (list null) on every other thread.
