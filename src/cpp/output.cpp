@@ -75,18 +75,10 @@ void fill_output() {
         if (processLines(&cpp.mainRow)) cpp.preprocessDone = true;
 }
 
-size_t take_output(char16_t* dest, size_t max) {
-    fill_output();
-    size_t n = cpp.outpos;
-    if (n <= max) {
-        std::memcpy(dest, cpp.outbuf.data(), n * sizeof(char16_t));
-        cpp.outpos = 0;
-        return n;
-    }
-    std::memcpy(dest, cpp.outbuf.data(), max * sizeof(char16_t));
-    std::memmove(cpp.outbuf.data(), cpp.outbuf.data() + max, (n - max) * sizeof(char16_t));
-    cpp.outpos = n - max;
-    return max;
+void drop_output(size_t n) {
+    size_t rest = cpp.outpos - n;
+    if (rest) std::memmove(cpp.outbuf.data(), cpp.outbuf.data() + n, rest * sizeof(char16_t));
+    cpp.outpos = rest;
 }
 
 } // namespace tarn

@@ -33,11 +33,12 @@ void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
     deferred.list = &slot.effects;
     while (slot.ends.size() < pieces && !slot.last) {
         try {
-            fill_output(); // first, so that the slot grows only by what it takes
+            fill_output();
             size_t n = std::min(cpp.outpos, ra.max);
             if (slot.text.size() < used + n + 1)
                 slot.text.resize(std::max(used + n + 1, 2 * slot.text.size()));
-            take_output(slot.text.data() + used, ra.max);
+            std::memcpy(slot.text.data() + used, cpp.outbuf.data(), n * sizeof(char16_t));
+            drop_output(n);
             used += n;
             slot.text[used] = 0;
             slot.last = n == 0;
@@ -80,6 +81,12 @@ bool start(size_t max) {
     ReadAheadState& ra = cpp.readAhead;
     ra.filled = plat_semaphore_create(0);
     ra.room = plat_semaphore_create(READ_AHEAD_SLOTS);
+    // Room for every piece's ends here, so that the thread's bookkeeping
+    // never allocates outside the part that catches a failure.
+    for (ReadAheadSlot& slot : ra.slots) {
+        slot.ends.reserve(READ_AHEAD_PIECES);
+        slot.effect_ends.reserve(READ_AHEAD_PIECES);
+    }
     ra.max = max;
     ra.stop.store(false);
     ra.reported = diag_state.reported;
@@ -135,12 +142,8 @@ char16_t* lend(ReadAheadState& ra, char16_t* text, size_t n) {
 void settle(ReadAheadState& ra) {
     if (ra.lentEnd) *ra.lentEnd = ra.lentSaved;
     ra.lentEnd = nullptr;
-    if (size_t lent = ra.lentOutput) {
-        size_t rest = cpp.outpos - lent;
-        std::memmove(cpp.outbuf.data(), cpp.outbuf.data() + lent, rest * sizeof(char16_t));
-        cpp.outpos = rest;
-        ra.lentOutput = 0;
-    }
+    if (ra.lentOutput) drop_output(ra.lentOutput);
+    ra.lentOutput = 0;
     if (ra.slotDone) plat_semaphore_post(ra.room);
     ra.slotDone = false;
 }

@@ -409,10 +409,11 @@ struct ReadAheadState {
     bool slotDone = false;
 };
 
-// Runs the preprocessor until the output holds a piece's worth (or the end).
+// Runs the preprocessor until the output holds a piece's worth (or the end);
+// a piece is then at most the units asked for, from the output's front.
 void fill_output();
-// A piece as readPreprocessed makes it, copied out: the thread's work.
-size_t take_output(char16_t* dest, size_t max);
+// The output's first n units are taken: the rest moves to the front.
+void drop_output(size_t n);
 
 // ---- All of it
 constexpr size_t LEX_STOPS = 2;
