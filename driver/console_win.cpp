@@ -130,6 +130,9 @@ int stop_signal() {
 // The process heap serves a compilation well as it is.
 void prepare_heap() {}
 
+void hold_replaced_file(const std::u16string&) {}
+void release_replaced_file_later() {}
+
 bool slash_starts_option() {
     return true;
 }

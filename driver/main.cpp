@@ -203,6 +203,7 @@ int compile(const Options& o) {
     }
     if (!configure(o)) return EXIT_USAGE;
     catch_interrupt(on_interrupt);
+    if (to_file) hold_replaced_file(o.output);
     int32_t ok = 0;
     if (o.preprocess_only)
         ok = preprocess_script_w(o.input.c_str());
@@ -251,6 +252,7 @@ int main(int argc, char** argv) {
     if (!windres_front_end(argc, argv, &o, &status))
         o = parse_options(command_line(argc, argv), slash_starts_option());
     if (status < 0) status = run(o);
+    release_replaced_file_later();
     // What was asked for on standard output and not written is no success.
     if (status == EXIT_OK && standard_output_failed()) {
         print(Stream::err, lost_output_text());

@@ -148,6 +148,34 @@ TEST_F(Driver, ConcurrentCompilesIntoOneOutput) {
     }
 }
 
+// A large output replaced is let go of by a child that outlives the
+// driver: what the driver leaves must be what it always left, the new
+// output whole beside nothing else, or no output after a failure, and a
+// reader of the old file keeps reading it whole.
+TEST_F(Driver, ALargeOutputReplacedOrRemoved) {
+    write("data.bin", std::string(size_t(1) << 20, 'd'));
+    write("app.rc", "1 RCDATA \"data.bin\"\n");
+    write("bad.rc", "1 RCDATA \"data.bin\"\n2 RCDATA \"missing.bin\"\n");
+    ASSERT_EQ(run("-Fo ref.res app.rc").status, 0);
+    std::string whole = read_text(dir_ / "ref.res");
+    std::string old(size_t(3) << 20, 'o');
+    for (const char* script : {"app.rc", "bad.rc"}) {
+        SCOPED_TRACE(script);
+        write("out.res", old);
+        std::ifstream reader(dir_ / "out.res", std::ios::binary);
+        Process r = run(std::string("-Fo out.res ") + script, "", "/dev/null");
+        bool good = script == std::string("app.rc");
+        EXPECT_EQ(r.status, good ? 0 : 1);
+        if (good)
+            EXPECT_EQ(read_text(dir_ / "out.res"), whole);
+        else
+            EXPECT_FALSE(fs::exists(dir_ / "out.res"));
+        // app.rc, bad.rc, data.bin, ref.res, out.txt, err.txt and out.res
+        EXPECT_EQ(entries(), good ? 7u : 6u);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), old);
+    }
+}
+
 TEST_F(Driver, LostStandardOutputFails) {
     write("app.rc", "#define X 1\n1 RCDATA BEGIN X END\n");
     for (auto [args, message] :
