@@ -112,20 +112,63 @@ std::u16string folded(std::string_view name) {
     return s;
 }
 
+// A folder's names, folded, for searches in any letter case. Include
+// searches ask the same few folders for many names, so a listing is kept
+// while the folder's identity and modification time (which every name
+// added, removed or renamed there moves) are unchanged, and only once that
+// time is a while old: a change within the clock's tick may leave it as it
+// was. Both threads of a compile search, hence the lock.
+struct FolderListing {
+    dev_t device = 0;
+    ino_t inode = 0;
+    struct timespec modified = {};
+    std::vector<std::pair<std::u16string, std::string>> names; // folded, as stored
+};
+std::mutex listings_lock;
+std::map<std::string, FolderListing> listings;
+
+bool same_time(const struct timespec& a, const struct timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool settled(const struct stat& st) {
+    constexpr time_t SETTLED_SECONDS = 2;
+    struct timespec now = {};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now.tv_sec - st.st_mtim.tv_sec > SETTLED_SECONDS;
+}
+
 // The entry of `dir` whose name matches `name` in any letter case; when
-// several do, the first in byte order, so that the choice is stable.
-bool find_case_variant(const std::string& dir, const std::string& name, std::string* found) {
-    DIR* d = opendir(dir.empty() ? "." : dir.c_str());
-    if (!d) return false;
+// several do, the first in byte order, so that the choice is stable. `st`
+// is the folder's, when the caller has it.
+bool find_case_variant(const std::string& dir, const std::string& name, std::string* found,
+                       const struct stat* st = nullptr) {
+    std::string folder = dir.empty() ? "." : dir;
+    struct stat own;
+    if (!st && stat(folder.c_str(), &own) == 0) st = &own;
+    if (!st || !S_ISDIR(st->st_mode)) return false;
+    std::lock_guard<std::mutex> hold(listings_lock);
+    FolderListing& listing = listings[folder];
+    if (listing.device != st->st_dev || listing.inode != st->st_ino ||
+        !same_time(listing.modified, st->st_mtim) || !settled(*st)) {
+        listing = FolderListing{};
+        DIR* d = opendir(folder.c_str());
+        if (!d) return false;
+        while (dirent* e = readdir(d)) listing.names.emplace_back(folded(e->d_name), e->d_name);
+        closedir(d);
+        if (settled(*st)) {
+            listing.device = st->st_dev;
+            listing.inode = st->st_ino;
+            listing.modified = st->st_mtim;
+        }
+    }
     std::u16string want = folded(name);
     bool any = false;
-    while (dirent* e = readdir(d)) {
-        std::string entry = e->d_name;
-        if (folded(entry) != want || (any && entry >= *found)) continue;
+    for (const auto& [key, entry] : listing.names) {
+        if (key != want || (any && entry >= *found)) continue;
         *found = entry;
         any = true;
     }
-    closedir(d);
     return any;
 }
 
@@ -141,6 +184,15 @@ std::string resolve_native(const char16_t* path, bool* as_written = nullptr) {
     if (entry_exists(p)) {
         if (as_written) *as_written = true;
         return p;
+    }
+    // Mostly a name missing from a folder that exists as written: only the
+    // last component is searched then.
+    size_t slash = p.find_last_of('/');
+    if (slash != std::string::npos && slash + 1 < p.size()) {
+        std::string dir = p.substr(0, slash + 1), name = p.substr(slash + 1), variant;
+        struct stat st;
+        if (name != "." && name != ".." && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+            return find_case_variant(dir, name, &variant, &st) ? dir + variant : p;
     }
     std::string out;
     size_t i = 0;

@@ -10,6 +10,11 @@
 #include <fstream>
 #include <string>
 
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#endif
+
 #include "harness/harness.h"
 
 using namespace tarn;
@@ -237,6 +242,27 @@ TEST_F(FileTest, NamesMatchInAnyLetterCase) {
 }
 
 #ifndef _WIN32
+// Searches in any letter case keep a folder's names while it is unchanged:
+// a name added or renamed there must be seen at once, also in a folder
+// whose time stamp was old when its names were kept.
+TEST_F(FileTest, SearchesSeeAChangedFolder) {
+    write_file("Inc/Old.h", "old");
+    auto age = [&] {
+        struct timespec times[2] = {{0, UTIME_OMIT}, {time(nullptr) - 60, 0}};
+        ASSERT_EQ(utimensat(AT_FDCWD, (dir_ / "Inc").c_str(), times, 0), 0);
+    };
+    age();
+    EXPECT_EQ(read_all(u"Inc\\OLD.H"), "old");
+    EXPECT_FALSE(file_exists(script_path(u"Inc\\new.h").c_str()));
+    write_file("Inc/New.H", "new");
+    EXPECT_EQ(read_all(u"Inc\\new.h"), "new");
+    age();
+    EXPECT_EQ(read_all(u"inc\\new.h"), "new");
+    fs::rename(dir_ / "Inc/Old.h", dir_ / "Inc/Gone.h");
+    EXPECT_FALSE(file_exists(script_path(u"Inc\\old.h").c_str()));
+    EXPECT_EQ(read_all(u"Inc\\GONE.h"), "old");
+}
+
 // Only a case-sensitive file system can hold both spellings.
 TEST_F(FileTest, ExactSpellingIsPreferred) {
     write_file("a.h", "lower");
