@@ -174,9 +174,11 @@ bool find_case_variant(const std::string& dir, const std::string& name, std::str
 
 // The native spelling of a script's path: "/" for "\", and each component
 // that is missing as written replaced by an entry differing only in case.
-// `as_written`, when given, is set when the path exists as written, which
+// `as_written`, when given, is set when the path exists as written, and
+// `missing` when a component is in no letter case in its folder, which
 // spares a caller asking again.
-std::string resolve_native(const char16_t* path, bool* as_written = nullptr) {
+std::string resolve_native(const char16_t* path, bool* as_written = nullptr,
+                           bool* missing = nullptr) {
     std::string p = path ? utf16_to_utf8(path) : std::string();
     for (char& c : p)
         if (c == '\\') c = '/';
@@ -191,8 +193,11 @@ std::string resolve_native(const char16_t* path, bool* as_written = nullptr) {
     if (slash != std::string::npos && slash + 1 < p.size()) {
         std::string dir = p.substr(0, slash + 1), name = p.substr(slash + 1), variant;
         struct stat st;
-        if (name != "." && name != ".." && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-            return find_case_variant(dir, name, &variant, &st) ? dir + variant : p;
+        if (name != "." && name != ".." && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            if (find_case_variant(dir, name, &variant, &st)) return dir + variant;
+            if (missing) *missing = true;
+            return p;
+        }
     }
     std::string out;
     size_t i = 0;
@@ -215,6 +220,7 @@ std::string resolve_native(const char16_t* path, bool* as_written = nullptr) {
         }
         out += name;
     }
+    if (missing) *missing = !searching;
     return out;
 }
 
@@ -581,6 +587,14 @@ struct PendingOutput {
 PendingOutput pending;
 unsigned temp_counter = 0;
 
+// The identity of the file plat_file_stamp looked at last, on this thread.
+struct LastStamped {
+    std::u16string path;
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+thread_local LastStamped last_stamped;
+
 void release_guard() {
     if (pending.guard >= 0) close(pending.guard);
     pending.guard = -1;
@@ -713,9 +727,14 @@ uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
 }
 
 bool plat_output_holds(const char16_t* path) {
+    if (pending.guard < 0) return false;
+    // Asked right after the file's stamp, when a saved prelude is checked.
+    if (path && last_stamped.path == path) {
+        last_stamped.path.clear(); // good for that one question only
+        return last_stamped.device == pending.device && last_stamped.inode == pending.inode;
+    }
     struct stat st;
-    return pending.guard >= 0 && stat_found(path, &st) && st.st_dev == pending.device &&
-           st.st_ino == pending.inode;
+    return stat_found(path, &st) && st.st_dev == pending.device && st.st_ino == pending.inode;
 }
 
 uint32_t plat_output_commit() {
@@ -747,14 +766,15 @@ void plat_output_discard() {
 }
 
 bool plat_exists(const char16_t* path) {
-    bool as_written = false;
-    std::string native = resolve_native(path, &as_written);
-    return as_written || (!native.empty() && entry_exists(native));
+    bool as_written = false, missing = false;
+    std::string native = resolve_native(path, &as_written, &missing);
+    return as_written || (!missing && !native.empty() && entry_exists(native));
 }
 
 bool plat_file_stamp(const char16_t* path, FileStamp* out) {
     struct stat st;
     if (!stat_found(path, &st)) return false;
+    last_stamped = LastStamped{path, st.st_dev, st.st_ino};
     out->size = uint64_t(st.st_size);
     out->modified = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
     // The change time too: a file rewritten in place within the clock's
