@@ -49,11 +49,13 @@ int stop_signal();
 // Readies the heap for one compilation; called before the library loads.
 void prepare_heap();
 
-// Holds the file that the output will replace, when large, and then hands
-// it to a process that outlives this one, so that its disposal does not
-// hold up the build.
+// Holds the file that the output will replace; end_process hands it to a
+// process that outlives this one, so that its disposal does not hold up the
+// build (POSIX; nothing on Windows).
 void hold_replaced_file(const std::u16string& path);
-void release_replaced_file_later();
+
+// Ends the program with `status`.
+[[noreturn]] void end_process(int status);
 
 // Whether "/" starts an option as well as "-".
 bool slash_starts_option();

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
@@ -165,28 +166,65 @@ namespace {
 
 int replaced_file = -1;
 
-// The child shares our memory (no copy of it, so nothing to copy on write
-// as we end), runs on a stack of its own with every signal blocked, and
-// only makes system calls. Its descriptors are its own: all but the file
-// and the pipe are closed at once, so a pipe reading our output ends with
-// us. Both descriptors come in `held`, as the variables may change under it.
-alignas(64) char holder_stack[16 * 1024];
-
-int hold_until_parent_ends(void* held) {
-    auto both = reinterpret_cast<uintptr_t>(held);
-    int file = int(both >> 16), parent_ended = int(both & 0xFFFF);
+// All descriptors but `a` and `b`.
+void close_all_but(int a, int b) {
 #ifdef SYS_close_range
-    int keep = file > parent_ended ? file : parent_ended;
-    int low = file < parent_ended ? file : parent_ended;
+    int keep = a > b ? a : b, low = a < b ? a : b;
     if (low > 0) syscall(SYS_close_range, 0u, unsigned(low - 1), 0u);
     if (keep - low > 1) syscall(SYS_close_range, unsigned(low + 1), unsigned(keep - 1), 0u);
     syscall(SYS_close_range, unsigned(keep + 1), ~0u, 0u);
+#else
+    (void)a, (void)b;
 #endif
+}
+
+// The child: nothing of ours stays open in it (a pipe reading our output
+// would wait for it), only the file and the pipe, which ends with us.
+[[noreturn]] void hold_until_parent_ends(int file, int parent_ended) {
+    close_all_but(file, parent_ended);
+    // A failed read is retried a few times, not on errno's word: in a child
+    // sharing our memory, errno is ours.
     char c;
-    while (syscall(SYS_read, parent_ended, &c, 1) < 0) {
+    for (int tries = 0; tries < 100 && syscall(SYS_read, parent_ended, &c, 1) < 0; ++tries) {
     }
     syscall(SYS_exit, 0); // the file goes with the child
-    return 0;
+    __builtin_unreachable();
+}
+
+// The child shares our memory, so that starting it copies nothing and our
+// ending touches nothing it must copy; it runs on a stack of its own with
+// every signal blocked and only makes system calls. The descriptors come
+// packed in `held`, as our variables may change under it.
+alignas(64) char holder_stack[16 * 1024];
+
+int holder(void* held) {
+    auto both = reinterpret_cast<uintptr_t>(held);
+    hold_until_parent_ends(int(both >> 16), int(both & 0xFFFF));
+}
+
+// Valgrind cannot follow a child that shares memory without being a
+// thread, and stops the program: under it the child is a copy.
+bool under_valgrind() {
+    const char* preload = std::getenv("LD_PRELOAD");
+    return preload && std::strstr(preload, "vgpreload");
+}
+
+pid_t start_holder(int ended) {
+    if (replaced_file < 0x10000 && ended < 0x10000 && !under_valgrind()) {
+        auto held = reinterpret_cast<void*>(uintptr_t(replaced_file) << 16 | uintptr_t(ended));
+        sigset_t all, old;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &old);
+        pid_t child = clone(holder, holder_stack + sizeof holder_stack, CLONE_VM | SIGCHLD, held);
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+        if (child > 0) return child;
+    }
+    pid_t child = fork();
+    if (child == 0) {
+        for (int s : STOP_SIGNALS) signal(s, SIG_DFL);
+        hold_until_parent_ends(replaced_file, ended);
+    }
+    return child;
 }
 
 } // namespace
@@ -201,22 +239,17 @@ void hold_replaced_file(const std::u16string& path) {
         close(file);
 }
 
-void release_replaced_file_later() {
-    if (replaced_file < 0) return;
-    int ended[2] = {-1, -1}; // the write end dies with us
-    if (pipe2(ended, O_CLOEXEC) == 0 && ended[0] < 0x10000 && replaced_file < 0x10000) {
-        auto held = reinterpret_cast<void*>(uintptr_t(replaced_file) << 16 | uintptr_t(ended[0]));
-        sigset_t all, old;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &old);
-        int child = clone(hold_until_parent_ends, holder_stack + sizeof holder_stack,
-                          CLONE_VM | SIGCHLD, held);
-        pthread_sigmask(SIG_SETMASK, &old, nullptr);
-        close(ended[0]);
-        if (child < 0) close(ended[1]);
+void end_process(int status) {
+    int ended[2] = {-1, -1}; // the write end closes when we end
+    if (replaced_file >= 0) {
+        if (pipe2(ended, O_CLOEXEC) == 0) {
+            if (start_holder(ended[0]) < 0) close(ended[1]);
+            close(ended[0]);
+        }
+        close(replaced_file);
+        replaced_file = -1;
     }
-    close(replaced_file);
-    replaced_file = -1;
+    std::exit(status);
 }
 
 } // namespace tarn_driver

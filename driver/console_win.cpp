@@ -3,6 +3,8 @@
 // user's interface language, Ctrl-C, and the library's message table.
 #include "console.h"
 
+#include <cstdlib>
+
 #include <windows.h>
 
 #include <atomic>
@@ -131,7 +133,10 @@ int stop_signal() {
 void prepare_heap() {}
 
 void hold_replaced_file(const std::u16string&) {}
-void release_replaced_file_later() {}
+
+void end_process(int status) {
+    std::exit(status);
+}
 
 bool slash_starts_option() {
     return true;

@@ -252,11 +252,10 @@ int main(int argc, char** argv) {
     if (!windres_front_end(argc, argv, &o, &status))
         o = parse_options(command_line(argc, argv), slash_starts_option());
     if (status < 0) status = run(o);
-    release_replaced_file_later();
     // What was asked for on standard output and not written is no success.
     if (status == EXIT_OK && standard_output_failed()) {
         print(Stream::err, lost_output_text());
-        return EXIT_FAILED;
+        status = EXIT_FAILED;
     }
-    return status;
+    end_process(status);
 }
