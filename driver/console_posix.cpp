@@ -166,21 +166,26 @@ namespace {
 
 int replaced_file = -1;
 
-// All descriptors but `a` and `b`.
+// All descriptors but `a` and `b` (below 1,024 where the system cannot
+// close a range).
 void close_all_but(int a, int b) {
-#ifdef SYS_close_range
     int keep = a > b ? a : b, low = a < b ? a : b;
-    if (low > 0) syscall(SYS_close_range, 0u, unsigned(low - 1), 0u);
-    if (keep - low > 1) syscall(SYS_close_range, unsigned(low + 1), unsigned(keep - 1), 0u);
-    syscall(SYS_close_range, unsigned(keep + 1), ~0u, 0u);
-#else
-    (void)a, (void)b;
+#ifdef SYS_close_range
+    if ((low == 0 || syscall(SYS_close_range, 0u, unsigned(low - 1), 0u) == 0) &&
+        (keep - low < 2 ||
+         syscall(SYS_close_range, unsigned(low + 1), unsigned(keep - 1), 0u) == 0) &&
+        syscall(SYS_close_range, unsigned(keep + 1), ~0u, 0u) == 0)
+        return;
 #endif
+    for (int fd = 0; fd < 1024; ++fd)
+        if (fd != low && fd != keep) syscall(SYS_close, fd);
 }
 
 // The child: nothing of ours stays open in it (a pipe reading our output
-// would wait for it), only the file and the pipe, which ends with us.
-[[noreturn]] void hold_until_parent_ends(int file, int parent_ended) {
+// would wait for it), only the file and the pipe's read end, which ends
+// with us once the write end, closed here first, is ours alone.
+[[noreturn]] void hold_until_parent_ends(int file, int parent_ended, int ours) {
+    syscall(SYS_close, ours);
     close_all_but(file, parent_ended);
     // A failed read is retried a few times, not on errno's word: in a child
     // sharing our memory, errno is ours.
@@ -193,13 +198,13 @@ void close_all_but(int a, int b) {
 
 // The child shares our memory, so that starting it copies nothing and our
 // ending touches nothing it must copy; it runs on a stack of its own with
-// every signal blocked and only makes system calls. The descriptors come
-// packed in `held`, as our variables may change under it.
+// every signal blocked and only makes system calls. Its descriptors are set
+// before it starts and never changed after.
 alignas(64) char holder_stack[16 * 1024];
+int holder_fds[3];
 
-int holder(void* held) {
-    auto both = reinterpret_cast<uintptr_t>(held);
-    hold_until_parent_ends(int(both >> 16), int(both & 0xFFFF));
+int holder(void*) {
+    hold_until_parent_ends(holder_fds[0], holder_fds[1], holder_fds[2]);
 }
 
 // Valgrind cannot follow a child that shares memory without being a
@@ -209,20 +214,24 @@ bool under_valgrind() {
     return preload && std::strstr(preload, "vgpreload");
 }
 
-pid_t start_holder(int ended) {
-    if (replaced_file < 0x10000 && ended < 0x10000 && !under_valgrind()) {
-        auto held = reinterpret_cast<void*>(uintptr_t(replaced_file) << 16 | uintptr_t(ended));
+// The child, given the pipe whose write end `ended[1]` dies with us.
+pid_t start_holder(const int ended[2]) {
+    if (!under_valgrind()) {
+        holder_fds[0] = replaced_file;
+        holder_fds[1] = ended[0];
+        holder_fds[2] = ended[1];
         sigset_t all, old;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &old);
-        pid_t child = clone(holder, holder_stack + sizeof holder_stack, CLONE_VM | SIGCHLD, held);
+        pid_t child =
+            clone(holder, holder_stack + sizeof holder_stack, CLONE_VM | SIGCHLD, nullptr);
         pthread_sigmask(SIG_SETMASK, &old, nullptr);
         if (child > 0) return child;
     }
     pid_t child = fork();
     if (child == 0) {
         for (int s : STOP_SIGNALS) signal(s, SIG_DFL);
-        hold_until_parent_ends(replaced_file, ended);
+        hold_until_parent_ends(replaced_file, ended[0], ended[1]);
     }
     return child;
 }
@@ -243,7 +252,7 @@ void end_process(int status) {
     int ended[2] = {-1, -1}; // the write end closes when we end
     if (replaced_file >= 0) {
         if (pipe2(ended, O_CLOEXEC) == 0) {
-            if (start_holder(ended[0]) < 0) close(ended[1]);
+            if (start_holder(ended) < 0) close(ended[1]);
             close(ended[0]);
         }
         close(replaced_file);
