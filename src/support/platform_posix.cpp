@@ -147,16 +147,17 @@ bool find_case_variant(const std::string& dir, const std::string& name, std::str
     struct stat own;
     if (!st && stat(folder.c_str(), &own) == 0) st = &own;
     if (!st || !S_ISDIR(st->st_mode)) return false;
+    bool keep = settled(*st);
     std::lock_guard<std::mutex> hold(listings_lock);
     FolderListing& listing = listings[folder];
-    if (listing.device != st->st_dev || listing.inode != st->st_ino ||
-        !same_time(listing.modified, st->st_mtim) || !settled(*st)) {
+    if (!keep || listing.device != st->st_dev || listing.inode != st->st_ino ||
+        !same_time(listing.modified, st->st_mtim)) {
         listing = FolderListing{};
         DIR* d = opendir(folder.c_str());
         if (!d) return false;
         while (dirent* e = readdir(d)) listing.names.emplace_back(folded(e->d_name), e->d_name);
         closedir(d);
-        if (settled(*st)) {
+        if (keep) {
             listing.device = st->st_dev;
             listing.inode = st->st_ino;
             listing.modified = st->st_mtim;
@@ -587,14 +588,6 @@ struct PendingOutput {
 PendingOutput pending;
 unsigned temp_counter = 0;
 
-// The identity of the file plat_file_stamp looked at last, on this thread.
-struct LastStamped {
-    std::u16string path;
-    dev_t device = 0;
-    ino_t inode = 0;
-};
-thread_local LastStamped last_stamped;
-
 void release_guard() {
     if (pending.guard >= 0) close(pending.guard);
     pending.guard = -1;
@@ -727,14 +720,9 @@ uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
 }
 
 bool plat_output_holds(const char16_t* path) {
-    if (pending.guard < 0) return false;
-    // Asked right after the file's stamp, when a saved prelude is checked.
-    if (path && last_stamped.path == path) {
-        last_stamped.path.clear(); // good for that one question only
-        return last_stamped.device == pending.device && last_stamped.inode == pending.inode;
-    }
     struct stat st;
-    return stat_found(path, &st) && st.st_dev == pending.device && st.st_ino == pending.inode;
+    return pending.guard >= 0 && stat_found(path, &st) && st.st_dev == pending.device &&
+           st.st_ino == pending.inode;
 }
 
 uint32_t plat_output_commit() {
@@ -774,7 +762,6 @@ bool plat_exists(const char16_t* path) {
 bool plat_file_stamp(const char16_t* path, FileStamp* out) {
     struct stat st;
     if (!stat_found(path, &st)) return false;
-    last_stamped = LastStamped{path, st.st_dev, st.st_ino};
     out->size = uint64_t(st.st_size);
     out->modified = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
     // The change time too: a file rewritten in place within the clock's
