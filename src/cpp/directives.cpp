@@ -159,8 +159,9 @@ bool skipped_directive(TokenRow* row, uint8_t value) {
 // The prelude's closing "#line 1", in the main script.
 bool ends_prelude(const TokenRow* row) {
     const PpToken* tp = row->base;
-    return cpp.source == cpp.capture->main && tp->type == PP_HASH && rowlen(row) > 2 &&
-           tp[1].type == PP_NAME && std::u16string_view(tp[1].text, tp[1].len) == u"line";
+    return !cpp.capture->header && cpp.source == cpp.capture->main && tp->type == PP_HASH &&
+           rowlen(row) > 2 && tp[1].type == PP_NAME &&
+           std::u16string_view(tp[1].text, tp[1].len) == u"line";
 }
 
 // The entry of a directive's name. The keywords, most often met first, are
@@ -250,7 +251,10 @@ int processLines(TokenRow* row) {
             scratch_reset();
             cpp.pending |= lexLine(row, true);
             row->cur = row->base;
-            if (cpp.capture && ends_prelude(row)) prelude_capture_end();
+            if (cpp.capture && ends_prelude(row))
+                prelude_capture_end();
+            else if (cpp.headerChain || cpp.chainAfterLine)
+                header_chain_line(row);
         }
         int room = 1;
         if (row->cur->type != PP_END) {
@@ -275,6 +279,7 @@ int processLines(TokenRow* row) {
             guardLineDone(from);
         } else {
             if (--cpp.includeDepth < 0) {
+                cpp.headerChain = 0; // the chain is this run's
                 if (cpp.ifDepth)
                     report_pp(error_code(MSG_UNTERMINATED_IF), cpp.ifLine[cpp.ifDepth]);
                 return 1;
@@ -284,7 +289,9 @@ int processLines(TokenRow* row) {
                 while (cpp.source->ifdepth > 0) close_conditional();
             }
             guardFileDone(cpp.source);
+            bool captured = cpp.capture && cpp.capture->source == cpp.source;
             popSource();
+            if (captured) header_capture_end();
             advance_line(cpp.source);
             row->cur = row->last;
             room = writeLineMarker();

@@ -156,6 +156,7 @@ void guardFileDone(SourceFile* s) {
     g.macro.assign(s->guard_name, s->guard_len);
     g.rows = s->guard_rows;
     g.depth = s->guard_depth;
+    if (cpp.capture) capture_guarded(s->name);
 }
 
 std::u16string findInclude(const char16_t* name, bool angled, const char16_t* current) {
@@ -179,6 +180,10 @@ void doInclude(TokenRow* row) {
         expandRow(row, u"<include>");
         row->cur = row->base + at;
     }
+    // The chain of saved headers goes on only through an include that is
+    // replayed, captured or stood in for.
+    uint64_t chain = cpp.headerChain;
+    cpp.headerChain = 0;
     std::u16string name;
     bool angled = false;
     if (!is_name_start(row->cur) || !include_name(row, &name, &angled)) {
@@ -195,12 +200,24 @@ void doInclude(TokenRow* row) {
     if (++cpp.includeDepth > MAX_INCLUDE_DEPTH && !compile_state.extended)
         report_pp(fatal_code(MSG_INCLUDE_TOO_DEEP));
     bool skipped = skip_guarded(kept);
+    if (skipped) {
+        cpp.headerChain = chain;
+    } else if (chain && !cpp.capture && !cpp.source->previous) {
+        cpp.headerChain = chain;
+        if (header_from_cache(name, angled)) {
+            cpp.includeDepth -= 1;
+            cpp.guardSkipped = true; // the includer's marker follows, as after the file's end
+            return;
+        }
+    }
     if (cpp.capture) capture_include(name, angled, cpp.source->name, path, !skipped);
     if (skipped) {
         cpp.includeDepth -= 1;
         return;
     }
     pushSource(kept, nullptr);
+    if (cpp.capture && cpp.capture->header && !cpp.capture->source)
+        cpp.capture->source = cpp.source;
     writeLineMarker();
 }
 

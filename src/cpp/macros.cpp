@@ -102,9 +102,9 @@ size_t bucket_of(uint32_t hash) {
 
 // Doubles the table, so that searches stay short however many names the
 // headers define.
-void grow_table() {
+void grow_table(size_t size) {
     std::vector<SymbolSlot> old = std::move(cpp.buckets);
-    cpp.buckets.assign(old.size() * 2, SymbolSlot{});
+    cpp.buckets.assign(size, SymbolSlot{});
     size_t mask = cpp.buckets.size() - 1;
     for (const SymbolSlot& slot : old) {
         if (!slot.symbol) continue;
@@ -159,7 +159,7 @@ namespace {
 
 // Kept apart from the search, which is the hot path.
 [[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash) {
-    if (2 * (cpp.symbolCount + 1) > cpp.buckets.size()) grow_table();
+    if (2 * (cpp.symbolCount + 1) > cpp.buckets.size()) grow_table(2 * cpp.buckets.size());
     size_t mask = cpp.buckets.size() - 1;
     size_t at = bucket_of(hash);
     while (cpp.buckets[at].symbol) at = (at + 1) & mask;
@@ -182,7 +182,24 @@ namespace {
 } // namespace
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
-    uint32_t hash = name_hash(name, len);
+    return lookup_hashed(name, len, name_hash(name, len), install);
+}
+
+uint32_t symbol_hash(const char16_t* name, size_t len) {
+    return name_hash(name, len);
+}
+
+void reserve_symbols(size_t more) {
+    size_t size = cpp.buckets.size();
+    while (2 * (cpp.symbolCount + more) > size) size *= 2;
+    if (size != cpp.buckets.size()) grow_table(size);
+}
+
+void prefetch_symbol(uint32_t hash) {
+    __builtin_prefetch(&cpp.buckets[bucket_of(hash)]);
+}
+
+Symbol* lookup_hashed(const char16_t* name, size_t len, uint32_t hash, bool install) {
     size_t mask = cpp.buckets.size() - 1;
     for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
         const SymbolSlot& slot = cpp.buckets[i];
@@ -242,6 +259,7 @@ void defineMacro(TokenRow* row) {
     sym->replacement = replacement;
     sym->params = param_row;
     sym->flags |= SYM_DEFINED;
+    if (cpp.capture) capture_symbol(sym);
 }
 
 void undefineMacro(TokenRow* row) {
@@ -250,7 +268,10 @@ void undefineMacro(TokenRow* row) {
         report_pp(error_code(MSG_UNDEF_SYNTAX));
         return;
     }
-    if (Symbol* sym = lookupSymbol(tp, false)) sym->flags &= ~SYM_DEFINED;
+    if (Symbol* sym = lookupSymbol(tp, false)) {
+        sym->flags &= ~SYM_DEFINED;
+        if (cpp.capture) capture_symbol(sym);
+    }
 }
 
 void defineFromArgument(TokenRow* row, int kind) {

@@ -7,9 +7,15 @@
 // replays it once every include still finds the same file and every file
 // read is unchanged; anything else reads the headers as ever. A prelude that
 // reported anything, ran a pragma or used the clock is not kept.
+//
+// The headers the script includes right after it (a resource.h of thousands
+// of IDs) are kept the same way, one file each, keyed by the state they
+// begin from: a chain of the saved files' hashes, which holds while the
+// script's lines are only blank lines and such includes.
 #include "cpp/preprocessor.h"
 #include "cpp/state.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -24,7 +30,8 @@ namespace {
 // as their length then their units, so every text read back is in place.
 using Units = std::u16string;
 
-constexpr char16_t MAGIC[] = u"tarn prelude 3\n";
+constexpr char16_t MAGIC[] = u"tarn prelude 4\n";
+constexpr char16_t HEADER_MAGIC[] = u"tarn header 1\n";
 constexpr char16_t LAST_LINE[] = u"#line 1\n";
 constexpr size_t LAST_LINE_UNITS = 8;
 constexpr uint32_t NO_ROW = UINT32_MAX;
@@ -66,16 +73,18 @@ void put_row(Units& out, const TokenRow* row) {
     }
 }
 
+void put_symbol(Units& out, const Symbol* s) {
+    put_text(out, s->name, s->len);
+    out += static_cast<char16_t>(s->value | s->flags << 8);
+    put_row(out, s->params);
+    put_row(out, s->replacement);
+}
+
 // Every symbol, whatever it holds: the state before the prelude is part of
 // the key, the state after it is what a replay restores.
 void put_symbols(Units& out) {
     put_u64(out, cpp.symbolCount);
-    for_each_symbol([&](const Symbol* s) {
-        put_text(out, s->name, s->len);
-        out += static_cast<char16_t>(s->value | s->flags << 8);
-        put_row(out, s->params);
-        put_row(out, s->replacement);
-    });
+    for_each_symbol([&](const Symbol* s) { put_symbol(out, s); });
 }
 
 // Four units at a time, in four lanes: a saved prelude is checked whole at
@@ -94,6 +103,19 @@ uint64_t hash_units(std::u16string_view t, uint64_t h) {
     h = ((lane[0] * K ^ lane[1]) * K ^ lane[2]) * K ^ lane[3];
     for (; i < t.size(); ++i) h = ((h ^ t[i]) * K) ^ (h >> 29);
     return (h ^ (h >> 32)) * K;
+}
+
+// The chain's next link: the state before, and the saved file that took it on.
+uint64_t next_link(uint64_t chain, uint64_t saved_hash) {
+    uint64_t h =
+        hash_units(std::u16string_view(reinterpret_cast<const char16_t*>(&saved_hash), 4), chain);
+    return h ? h : 1;
+}
+
+uint64_t saved_hash(std::u16string_view file) {
+    uint64_t h = 0;
+    std::memcpy(&h, file.data() + file.size() - 4, sizeof h);
+    return h;
 }
 
 // Files in the cache folder at most: a state picks one by its hash, and
@@ -263,8 +285,8 @@ bool read_saved(std::u16string_view file, const Units& key, Saved* saved) {
 bool still_valid(const Saved& saved) {
     size_t stamp = 0;
     for (const IncludeStep& step : saved.includes) {
-        if (findInclude(step.name.c_str(), step.angled, step.includer.c_str()) != step.path)
-            return false;
+        const char16_t* includer = step.includer.empty() ? nullptr : step.includer.c_str();
+        if (findInclude(step.name.c_str(), step.angled, includer) != step.path) return false;
         if (!step.opened) continue;
         FileStamp now;
         const FileStamp& then = saved.stamps[stamp++];
@@ -284,9 +306,22 @@ TokenRow* saved_row(const Saved& saved, uint32_t first, uint32_t count) {
     return persistentRow(from, from + count, true);
 }
 
-void restore(const Saved& saved, SourceFile* s) {
-    for (const SavedSymbol& saved_sym : saved.symbols) {
-        Symbol* sym = lookup_name(saved_sym.name.data(), saved_sym.name.size(), true);
+// `recorded`: the includes already recorded (a replayed header's own).
+void restore(const Saved& saved, const SourceFile* s, size_t recorded) {
+    // Each slot is asked for a few names ahead: the table is large, and a
+    // lookup would otherwise wait on memory for each.
+    reserve_symbols(saved.symbols.size());
+    constexpr size_t AHEAD = 8;
+    std::vector<uint32_t> hashes(saved.symbols.size());
+    for (size_t i = 0; i < hashes.size(); ++i) {
+        const SavedSymbol& ss = saved.symbols[i];
+        hashes[i] = symbol_hash(ss.name.data(), ss.name.size());
+    }
+    for (size_t i = 0; i < std::min(AHEAD, hashes.size()); ++i) prefetch_symbol(hashes[i]);
+    for (size_t i = 0; i < saved.symbols.size(); ++i) {
+        if (i + AHEAD < hashes.size()) prefetch_symbol(hashes[i + AHEAD]);
+        const SavedSymbol& saved_sym = saved.symbols[i];
+        Symbol* sym = lookup_hashed(saved_sym.name.data(), saved_sym.name.size(), hashes[i], true);
         sym->value = saved_sym.value;
         sym->flags = saved_sym.flags;
         sym->params = saved_row(saved, saved_sym.params, saved_sym.params_n);
@@ -294,7 +329,8 @@ void restore(const Saved& saved, SourceFile* s) {
     }
     for (const auto& [path, g] : saved.guarded) cpp.guarded[path] = g;
     if (compile_state.collect_dependencies)
-        for (const IncludeStep& step : saved.includes) record_include(step.path);
+        for (size_t i = recorded; i < saved.includes.size(); ++i)
+            record_include(saved.includes[i].path);
     std::u16string text;
     size_t from = 0;
     for (uint32_t at : saved.main_at) {
@@ -335,9 +371,10 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     if (plat_read_whole(file.c_str(), &content, &units_read) &&
         read_saved(std::u16string_view(content.get(), units_read), key, &saved) &&
         still_valid(saved)) {
-        restore(saved, s);
+        restore(saved, s, 0);
         cpp.preludeUnits = std::move(content); // the macro bodies' texts
         cpp.preludeReplayed = true;
+        cpp.chainAfterLine = next_link(0, saved_hash({cpp.preludeUnits.get(), units_read}));
         std::memcpy(s->end, LAST_LINE, LAST_LINE_UNITS * sizeof(char16_t));
         s->end += LAST_LINE_UNITS;
         for (size_t i = 0; i < MARKER_UNITS; ++i) s->end[i] = BufferEndMark;
@@ -352,42 +389,137 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     return false;
 }
 
-void prelude_capture_end() {
-    std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
-    if (c->spoiled || reports_so_far() != c->reported) return;
+namespace {
+
+// The capture as a file: its key, what it did, a closing hash. Nothing when
+// a header's stamp cannot be taken; the hash otherwise.
+bool save_capture(const PreludeCapture& c, uint64_t* hash) {
+    std::vector<const Symbol*> symbols;
+    if (c.header) {
+        symbols.assign(c.changed.begin(), c.changed.end());
+        std::sort(symbols.begin(), symbols.end());
+        symbols.erase(std::unique(symbols.begin(), symbols.end()), symbols.end());
+    } else {
+        for_each_symbol([&](const Symbol* sym) { symbols.push_back(sym); });
+    }
     Units body;
     uint32_t tokens = 0;
-    for_each_symbol([&](const Symbol* sym) {
+    for (const Symbol* sym : symbols)
         for (const TokenRow* row : {sym->params, sym->replacement})
             if (row) tokens += static_cast<uint32_t>(rowlen(row));
-    });
     put_u32(body, tokens);
     bool ok = true;
-    put_u32(body, static_cast<uint32_t>(c->includes.size()));
-    for (const IncludeStep& step : c->includes) {
+    put_u32(body, static_cast<uint32_t>(c.includes.size()));
+    for (const IncludeStep& step : c.includes) {
         put_text(body, step.name);
         put_text(body, step.includer);
         put_text(body, step.path);
         body += static_cast<char16_t>((step.angled ? 1 : 0) | (step.opened ? 2 : 0));
         if (step.opened) put_stamp(body, step.path, &ok);
     }
-    put_symbols(body);
-    put_u32(body, static_cast<uint32_t>(cpp.guarded.size()));
-    for (const auto& [path, g] : cpp.guarded) {
+    put_u64(body, symbols.size());
+    for (const Symbol* sym : symbols) put_symbol(body, sym);
+    auto put_guarded = [&](const std::u16string& path, const GuardedHeader& g) {
         put_text(body, path);
         put_text(body, g.macro);
         put_u32(body, static_cast<uint32_t>(g.rows));
         put_u32(body, static_cast<uint32_t>(g.depth));
+    };
+    if (c.header) {
+        std::vector<std::u16string> guarded = c.guarded;
+        std::sort(guarded.begin(), guarded.end());
+        guarded.erase(std::unique(guarded.begin(), guarded.end()), guarded.end());
+        put_u32(body, static_cast<uint32_t>(guarded.size()));
+        for (const std::u16string& path : guarded) put_guarded(path, cpp.guarded[path]);
+    } else {
+        put_u32(body, static_cast<uint32_t>(cpp.guarded.size()));
+        for (const auto& [path, g] : cpp.guarded) put_guarded(path, g);
     }
-    put_text(body, c->text);
-    put_u32(body, static_cast<uint32_t>(c->main_at.size()));
-    for (uint32_t at : c->main_at) put_u32(body, at);
-    if (!ok) return;
-    Units all = c->key + body;
-    put_u64(all, hash_units(all, 0));
+    put_text(body, c.text);
+    put_u32(body, static_cast<uint32_t>(c.main_at.size()));
+    for (uint32_t at : c.main_at) put_u32(body, at);
+    if (!ok) return false;
+    Units all = c.key + body;
+    *hash = hash_units(all, 0);
+    put_u64(all, *hash);
     // A cache that cannot be written is no loss.
-    plat_write_whole(c->file.c_str(), std::string_view(reinterpret_cast<const char*>(all.data()),
-                                                       all.size() * sizeof(char16_t)));
+    plat_write_whole(c.file.c_str(), std::string_view(reinterpret_cast<const char*>(all.data()),
+                                                      all.size() * sizeof(char16_t)));
+    return true;
+}
+
+} // namespace
+
+void prelude_capture_end() {
+    std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
+    if (c->spoiled || reports_so_far() != c->reported) return;
+    uint64_t hash = 0;
+    if (save_capture(*c, &hash)) cpp.headerChain = next_link(0, hash);
+}
+
+void header_chain_line(const TokenRow* row) {
+    if (cpp.capture || cpp.source->previous) return;
+    if (cpp.chainAfterLine) { // the replayed prelude's closing #line
+        cpp.headerChain = cpp.chainAfterLine;
+        cpp.chainAfterLine = 0;
+        return;
+    }
+    // Blank lines and includes (which doInclude follows) keep the chain.
+    const PpToken* tp = row->base;
+    bool blank = rowlen(row) == 1 && tp->type == PP_NEWLINE;
+    bool include = rowlen(row) > 2 && tp->type == PP_HASH && tp[1].type == PP_NAME &&
+                   std::u16string_view(tp[1].text, tp[1].len) == u"include";
+    if (!blank && !include) cpp.headerChain = 0;
+}
+
+bool header_from_cache(const std::u16string& name, bool angled) {
+    uint64_t chain = cpp.headerChain;
+    cpp.headerChain = 0;
+    std::u16string dir = plat_cache_directory();
+    if (dir.empty()) return false;
+    Units key = HEADER_MAGIC;
+    put_u64(key, chain);
+    key += static_cast<char16_t>(angled);
+    put_text(key, name);
+    std::u16string file = dir + u"/header-";
+    file += static_cast<char16_t>(u'a' + hash_units(key, 1) % SLOTS);
+    file += u".bin";
+    std::unique_ptr<char16_t[]> content;
+    size_t units_read = 0;
+    Saved saved;
+    if (plat_read_whole(file.c_str(), &content, &units_read) &&
+        read_saved(std::u16string_view(content.get(), units_read), key, &saved) &&
+        saved.main_at.empty() && !saved.includes.empty() && still_valid(saved)) {
+        restore(saved, cpp.source, 1); // doInclude recorded the header itself
+        cpp.headerChain = next_link(chain, saved_hash({content.get(), units_read}));
+        cpp.headerUnits.push_back(std::move(content)); // the macro bodies' texts
+        cpp.headersReplayed += 1;
+        return true;
+    }
+    auto capture = std::make_unique<PreludeCapture>();
+    capture->main = cpp.source;
+    capture->header = true;
+    capture->chain = chain;
+    capture->reported = reports_so_far();
+    capture->file = std::move(file);
+    capture->key = std::move(key);
+    cpp.capture = std::move(capture);
+    return false;
+}
+
+void header_capture_end() {
+    std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
+    if (c->spoiled || reports_so_far() != c->reported) return;
+    uint64_t hash = 0;
+    if (save_capture(*c, &hash)) cpp.headerChain = next_link(c->chain, hash);
+}
+
+void capture_symbol(Symbol* sym) {
+    if (cpp.capture->header) cpp.capture->changed.push_back(sym);
+}
+
+void capture_guarded(const char16_t* path) {
+    if (cpp.capture->header) cpp.capture->guarded.emplace_back(path);
 }
 
 void capture_output(const char16_t* text, size_t n) {
@@ -397,6 +529,10 @@ void capture_output(const char16_t* text, size_t n) {
 // A line marker of the main script just went out: its name is left out of
 // the saved text (a replay puts in the name of the script at hand).
 void capture_main_name(size_t name_units) {
+    if (cpp.capture->header) { // a header's text never names the script
+        cpp.capture->spoiled = true;
+        return;
+    }
     std::u16string& t = cpp.capture->text;
     size_t tail = 2; // the closing quote and the newline
     if (t.size() < name_units + tail) {
@@ -412,7 +548,10 @@ void capture_include(const std::u16string& name, bool angled, const char16_t* in
                      const std::u16string& path, bool opened) {
     IncludeStep step;
     step.name = name;
-    step.includer = includer ? includer : u"";
+    // The main script's name is left out: another script may take it.
+    bool main =
+        includer && cpp.capture->main && std::u16string_view(includer) == cpp.capture->main->name;
+    step.includer = includer && !main ? includer : u"";
     step.path = path;
     step.angled = angled;
     step.opened = opened;

@@ -218,6 +218,12 @@ constexpr size_t SYMBOL_BUCKETS = 1024; // at first; doubled when half full
 template <class F> void for_each_symbol(F f);
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install);
+// For installing many names at once: the hash, room for `more` names, and
+// the slot asked for ahead of its lookup.
+uint32_t symbol_hash(const char16_t* name, size_t len);
+void reserve_symbols(size_t more);
+void prefetch_symbol(uint32_t hash);
+Symbol* lookup_hashed(const char16_t* name, size_t len, uint32_t hash, bool install);
 inline Symbol* lookupSymbol(const PpToken* tp, bool install) {
     return lookup_name(tp->text, tp->len, install);
 }
@@ -350,6 +356,13 @@ struct PreludeCapture {
     bool spoiled = false; // something made it unrepeatable (a message, a pragma, the time)
     std::u16string file;  // the cache file to write
     std::u16string key;
+    // A header the main script includes among its first lines, rather than
+    // the prelude: its end ends the capture, which keeps only what it changed.
+    bool header = false;
+    const SourceFile* source = nullptr;
+    std::vector<Symbol*> changed;        // defined or undefined in it
+    std::vector<std::u16string> guarded; // headers found guarded in it
+    uint64_t chain = 0;                  // the state it began from
 };
 
 // True when the prelude was replayed (s then holds only its last line);
@@ -361,6 +374,19 @@ void capture_output(const char16_t* text, size_t n);
 void capture_main_name(size_t name_units);
 void capture_include(const std::u16string& name, bool angled, const char16_t* includer,
                      const std::u16string& path, bool opened);
+
+// The headers the main script includes among its first lines, saved like the
+// prelude. The chain is nonzero while everything the script did so far
+// follows from saved files: the prelude, then such includes and blank lines.
+void header_chain_line(const TokenRow* row);
+// At an include of the main script that continues the chain: true when the
+// header was replayed; otherwise its capture may have started.
+bool header_from_cache(const std::u16string& name, bool angled);
+void header_capture_end();
+// A definition changed while a header is captured.
+void capture_symbol(Symbol* sym);
+// A header found guarded while a header is captured.
+void capture_guarded(const char16_t* path);
 
 // ---- Reading ahead (read_ahead.cpp)
 // A long script is preprocessed on a thread of its own while the script
@@ -467,6 +493,10 @@ struct CppState {
     std::unique_ptr<PreludeCapture> capture; // while the prelude is first read
     bool preludeReplayed = false;
     std::unique_ptr<char16_t[]> preludeUnits; // a replayed prelude's file
+    uint64_t headerChain = 0;
+    uint64_t chainAfterLine = 0; // a replayed prelude: the chain starts after its #line
+    uint32_t headersReplayed = 0;
+    std::vector<std::unique_ptr<char16_t[]>> headerUnits; // replayed headers' files
     ReadAheadState readAhead;
 
     Arena arena;

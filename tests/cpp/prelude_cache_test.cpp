@@ -19,6 +19,7 @@ std::vector<std::string>* include_sink = nullptr;
 struct Outcome {
     std::string text, messages, includes;
     bool replayed = false;
+    uint32_t headers = 0; // the script's leading headers replayed
     bool operator==(const Outcome& o) const {
         return text == o.text && messages == o.messages && includes == o.includes;
     }
@@ -64,6 +65,7 @@ class PreludeCache : public PpTest {
         Outcome r;
         r.text = pp_file(write_file(name, script));
         r.replayed = tarn::cpp.preludeReplayed;
+        r.headers = tarn::cpp.headersReplayed;
         enum_include_info_w(
             [](const char16_t* path, uint64_t) -> int32_t {
                 include_sink->push_back(u8(path));
@@ -211,4 +213,70 @@ TEST_F(PreludeCache, TheFolderStaysSmall) {
     }
     EXPECT_GT(saved_files(), 1u);
     EXPECT_LE(saved_files(), 16u);
+}
+
+// The headers a script includes before anything else (a resource.h of ten
+// thousand IDs) are kept like the prelude, and give what reading them gives.
+TEST_F(PreludeCache, LeadingHeadersReplayAsRead) {
+    write_file("res.h",
+               "#ifndef RES_H\n#define RES_H\n#define ID_ONE 101\n#define ID_TWO (ID_ONE + 1)\n"
+               "#define PAIR(a, b) a ## b\n#undef FROM_A\n#define FROM_A 0x20L\n"
+               "#include \"nested/inner.h\"\n#include <b.h>\n#include \"inc/a.h\"\n#endif\n");
+    write_file("nested/inner.h", "#define INNER __FILE__\n#include \"near.h\"\n");
+    write_file("nested/near.h", "#define NEAR 7\n");
+    write_file("late.h", "#define LATE 9\n");
+    const std::string script = "// the IDs\n\n#include \"res.h\"\n#include <windows.h>\n"
+                               "/* twice:\n */ #include \"res.h\"\n"
+                               "ID_ONE ID_TWO PAIR(x, y) FROM_A INNER NEAR __LINE__\n"
+                               "#include \"late.h\"\nLATE\n";
+    ScopedEnv off("TARN_CACHE_DIR", "");
+    Outcome plain = run(script);
+    off.set(cache_dir().string().c_str());
+    Outcome cold = run(script);
+    Outcome warm = run(script);
+    EXPECT_EQ(cold.headers, 0u);
+    EXPECT_TRUE(warm.replayed);
+    EXPECT_EQ(warm.headers, 1u) << "res.h once; its second include stands in as guarded";
+    EXPECT_EQ(cold, plain);
+    EXPECT_EQ(warm, plain) << warm.text << "\n---\n" << plain.text;
+    for (const char* expect : {"101", "(101 + 1)", "xy", "0x20L", "inner.h", "7", "9"})
+        EXPECT_NE(plain.text.find(expect), std::string::npos) << expect << "\n" << plain.text;
+    EXPECT_NE(plain.includes.find("near.h"), std::string::npos) << plain.includes;
+
+    // A nested header edited, and another script's own res.h of the same name.
+    write_file("nested/near.h", "#define NEAR 77\n");
+    Outcome edited = run(script);
+    EXPECT_EQ(edited.headers, 0u);
+    EXPECT_NE(edited.text.find(" 77 "), std::string::npos) << edited.text;
+    EXPECT_EQ(run(script).headers, 1u);
+    write_file("sub/res.h", "#define ID_ONE 202\n");
+    Outcome other = run("#include \"res.h\"\nID_ONE\n", "sub/other.rc");
+    EXPECT_EQ(other.headers, 0u);
+    EXPECT_NE(other.text.find("202"), std::string::npos) << other.text;
+    EXPECT_NE(other.text.find("other.rc"), std::string::npos) << other.text;
+}
+
+TEST_F(PreludeCache, OnlyTheFirstLinesHeadersAreKept) {
+    write_file("res.h", "#ifdef EARLY\n#define ID_ONE 1\n#else\n#define ID_ONE 2\n#endif\n");
+    write_file("warns.h", "#define W 1\n#define W 2\n");
+    const struct {
+        const char* what;
+        const char* script;
+        const char* expect;
+    } cases[] = {
+        {"after a definition", "#define EARLY\n#include \"res.h\"\nID_ONE\n", "\n1\n"},
+        {"after text", "x\n#include \"res.h\"\nID_ONE\n", "\n2\n"},
+        {"inside a conditional", "#if 1\n#include \"res.h\"\n#endif\nID_ONE\n", "\n2\n"},
+        {"a header that warns", "#include \"warns.h\"\nW\n", "\n2\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Outcome first = run(c.script);
+        Outcome again = run(c.script);
+        EXPECT_EQ(again.headers, 0u);
+        EXPECT_EQ(again, first);
+        EXPECT_NE(again.text.find(c.expect), std::string::npos) << again.text;
+    }
+    EXPECT_NE(run("#include \"warns.h\"\n").includes.find("message: "), std::string::npos)
+        << "the warning comes every time";
 }
