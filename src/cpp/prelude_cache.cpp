@@ -178,9 +178,11 @@ struct SavedSymbol {
     std::u16string_view name;
     uint8_t value = 0;
     uint8_t flags = 0;
-    uint32_t params = 0; // first token, in Saved::tokens
+    // Each row as its tokens lie in the file (checked when read), made
+    // into a row only by the replay.
+    const char16_t* params = nullptr;
     uint32_t params_n = NO_ROW;
-    uint32_t replacement = 0;
+    const char16_t* replacement = nullptr;
     uint32_t replacement_n = NO_ROW;
 };
 
@@ -189,36 +191,36 @@ struct Saved {
     std::vector<IncludeStep> includes;
     std::vector<FileStamp> stamps; // of the includes that opened a file
     std::vector<SavedSymbol> symbols;
-    std::vector<PpToken> tokens;
     std::vector<std::pair<std::u16string, GuardedHeader>> guarded;
     std::u16string_view text;
     std::vector<uint32_t> main_at;
 };
 
-void read_row(Reader& r, Saved* saved, uint32_t* first, uint32_t* count) {
-    *first = static_cast<uint32_t>(saved->tokens.size());
+// A saved token: kind (and a blank-before bit), length in two units, the
+// blank, the text.
+constexpr size_t TOKEN_HEAD = 4;
+
+void read_row(Reader& r, const char16_t** first, uint32_t* count) {
     *count = r.u32();
+    *first = r.at;
     if (*count == NO_ROW) return;
     if (*count > r.left()) {
         r.ok = false;
         return;
     }
-    // Kind, length in two units, the blank, the text.
     const char16_t* p = r.at;
     for (uint32_t i = 0; i < *count; ++i) {
         size_t left = static_cast<size_t>(r.end - p);
-        uint32_t n = left < 4 ? 0 : p[1] | uint32_t(p[2]) << 16;
-        if (left < 4 || p[3] != u' ' || n > left - 4) {
+        if (left < TOKEN_HEAD || p[3] != u' ') {
             r.ok = false;
             return;
         }
-        PpToken t{};
-        t.type = static_cast<uint8_t>(p[0]);
-        t.wslen = p[0] >> 8;
-        t.text = p + 4;
-        t.len = n;
-        p += 4 + n;
-        saved->tokens.push_back(t);
+        uint32_t n = p[1] | uint32_t(p[2]) << 16;
+        if (n > left - TOKEN_HEAD) {
+            r.ok = false;
+            return;
+        }
+        p += TOKEN_HEAD + n;
     }
     r.at = p;
 }
@@ -230,7 +232,7 @@ bool read_saved(std::u16string_view file, const Units& key, Saved* saved) {
     Reader sum{body.data() + body.size(), file.data() + file.size()};
     if (sum.u64() != hash_units(body, 0)) return false;
     Reader r{file.data() + key.size(), body.data() + body.size()};
-    saved->tokens.reserve(r.u32());
+    r.u32(); // the tokens' count, which older readers reserved room for
     for (uint32_t n = r.u32(), i = 0; i < n && r.ok; ++i) {
         IncludeStep step;
         step.name = r.text();
@@ -257,8 +259,8 @@ bool read_saved(std::u16string_view file, const Units& key, Saved* saved) {
         char16_t bits = r.u16();
         s.value = static_cast<uint8_t>(bits);
         s.flags = static_cast<uint8_t>(bits >> 8);
-        read_row(r, saved, &s.params, &s.params_n);
-        read_row(r, saved, &s.replacement, &s.replacement_n);
+        read_row(r, &s.params, &s.params_n);
+        read_row(r, &s.replacement, &s.replacement_n);
         if (s.name.empty()) r.ok = false;
         saved->symbols.push_back(s);
     }
@@ -300,10 +302,21 @@ bool still_valid(const Saved& saved) {
 
 // A macro body as a definition keeps it, its texts left in the saved file
 // (which stays loaded), each with the blank in front that a body's texts have.
-TokenRow* saved_row(const Saved& saved, uint32_t first, uint32_t count) {
+TokenRow* saved_row(const char16_t* p, uint32_t count) {
     if (count == NO_ROW) return nullptr;
-    const PpToken* from = saved.tokens.data() + first;
-    return persistentRow(from, from + count, true);
+    TokenRow* row = arenaRow(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        uint32_t n = p[1] | uint32_t(p[2]) << 16;
+        PpToken& t = *new (row->base + i) PpToken();
+        t.type = static_cast<uint8_t>(p[0]);
+        t.flag = FLAG_ROOM;
+        t.hideset = 0;
+        t.wslen = (p[0] >> 8) && i > 0 ? 1 : 0;
+        t.text = p + TOKEN_HEAD;
+        t.len = n;
+        p += TOKEN_HEAD + n;
+    }
+    return row;
 }
 
 // `recorded`: the includes already recorded (a replayed header's own).
@@ -324,8 +337,8 @@ void restore(const Saved& saved, const SourceFile* s, size_t recorded) {
         Symbol* sym = lookup_hashed(saved_sym.name.data(), saved_sym.name.size(), hashes[i], true);
         sym->value = saved_sym.value;
         sym->flags = saved_sym.flags;
-        sym->params = saved_row(saved, saved_sym.params, saved_sym.params_n);
-        sym->replacement = saved_row(saved, saved_sym.replacement, saved_sym.replacement_n);
+        sym->params = saved_row(saved_sym.params, saved_sym.params_n);
+        sym->replacement = saved_row(saved_sym.replacement, saved_sym.replacement_n);
     }
     for (const auto& [path, g] : saved.guarded) cpp.guarded[path] = g;
     if (compile_state.collect_dependencies)

@@ -186,6 +186,17 @@ void emptyRow(TokenRow* row) {
     row->last = tp + 1;
 }
 
+TokenRow* arenaRow(size_t n) {
+    static_assert(sizeof(TokenRow) % alignof(PpToken) == 0);
+    char* block = static_cast<char*>(cpp.arena.alloc(sizeof(TokenRow) + n * sizeof(PpToken)));
+    auto* row = new (block) TokenRow();
+    auto* tokens = reinterpret_cast<PpToken*>(block + sizeof(TokenRow));
+    row->base = row->cur = tokens;
+    row->last = tokens + n;
+    row->max = n;
+    return row;
+}
+
 TokenRow* persistentRow(const PpToken* from, const PpToken* to, bool texts_kept) {
     size_t n = static_cast<size_t>(to - from);
     size_t units = 0;

@@ -161,6 +161,8 @@ void emptyRow(TokenRow* row);
 // `texts_kept`: the texts stay where they are, which outlives the row and
 // has the blank in front of each.
 TokenRow* persistentRow(const PpToken* from, const PpToken* to, bool texts_kept = false);
+// A row of n tokens in the arena, for the caller to fill.
+TokenRow* arenaRow(size_t n);
 
 // ---- Symbols (macros.cpp)
 enum SymbolFlag : uint8_t {
