@@ -158,18 +158,25 @@ bool same_units(const char16_t* a, const char16_t* b, size_t len) {
 namespace {
 
 // Kept apart from the search, which is the hot path.
-[[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash) {
+// `kept`: the name is zero-terminated and outlives the table (a saved
+// file's), so it is not copied.
+[[gnu::noinline]] Symbol* install_name(const char16_t* name, size_t len, uint32_t hash,
+                                       bool kept = false) {
     if (2 * (cpp.symbolCount + 1) > cpp.buckets.size()) grow_table(2 * cpp.buckets.size());
     size_t mask = cpp.buckets.size() - 1;
     size_t at = bucket_of(hash);
     while (cpp.buckets[at].symbol) at = (at + 1) & mask;
     // The entry and its name in one piece of the arena.
-    void* block = cpp.arena.alloc(sizeof(Symbol) + (len + 1) * sizeof(char16_t));
+    void* block = cpp.arena.alloc(sizeof(Symbol) + (kept ? 0 : (len + 1) * sizeof(char16_t)));
     Symbol* s = new (block) Symbol();
-    auto* copy = reinterpret_cast<char16_t*>(static_cast<char*>(block) + sizeof(Symbol));
-    std::memcpy(copy, name, len * sizeof(char16_t));
-    copy[len] = 0;
-    s->name = copy;
+    if (kept) {
+        s->name = name;
+    } else {
+        auto* copy = reinterpret_cast<char16_t*>(static_cast<char*>(block) + sizeof(Symbol));
+        std::memcpy(copy, name, len * sizeof(char16_t));
+        copy[len] = 0;
+        s->name = copy;
+    }
     s->len = len;
     s->hash = hash;
     cpp.buckets[at] = SymbolSlot{s, hash};
@@ -182,11 +189,15 @@ namespace {
 } // namespace
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
-    return lookup_hashed(name, len, name_hash(name, len), install);
-}
-
-uint32_t symbol_hash(const char16_t* name, size_t len) {
-    return name_hash(name, len);
+    uint32_t hash = name_hash(name, len);
+    size_t mask = cpp.buckets.size() - 1;
+    for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
+        const SymbolSlot& slot = cpp.buckets[i];
+        if (!slot.symbol) return install ? install_name(name, len, hash) : nullptr;
+        if (slot.hash == hash && slot.symbol->len == len &&
+            same_units(slot.symbol->name, name, len))
+            return slot.symbol;
+    }
 }
 
 void reserve_symbols(size_t more) {
@@ -199,11 +210,11 @@ void prefetch_symbol(uint32_t hash) {
     __builtin_prefetch(&cpp.buckets[bucket_of(hash)]);
 }
 
-Symbol* lookup_hashed(const char16_t* name, size_t len, uint32_t hash, bool install) {
+Symbol* lookup_saved(const char16_t* name, size_t len, uint32_t hash) {
     size_t mask = cpp.buckets.size() - 1;
     for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
         const SymbolSlot& slot = cpp.buckets[i];
-        if (!slot.symbol) return install ? install_name(name, len, hash) : nullptr;
+        if (!slot.symbol) return install_name(name, len, hash, true);
         if (slot.hash == hash && slot.symbol->len == len &&
             same_units(slot.symbol->name, name, len))
             return slot.symbol;

@@ -30,8 +30,8 @@ namespace {
 // as their length then their units, so every text read back is in place.
 using Units = std::u16string;
 
-constexpr char16_t MAGIC[] = u"tarn prelude 4\n";
-constexpr char16_t HEADER_MAGIC[] = u"tarn header 1\n";
+constexpr char16_t MAGIC[] = u"tarn prelude 5\n";
+constexpr char16_t HEADER_MAGIC[] = u"tarn header 2\n";
 constexpr char16_t LAST_LINE[] = u"#line 1\n";
 constexpr size_t LAST_LINE_UNITS = 8;
 constexpr uint32_t NO_ROW = UINT32_MAX;
@@ -73,8 +73,12 @@ void put_row(Units& out, const TokenRow* row) {
     }
 }
 
+// The name zero-terminated and with its hash, so that a replay keeps it
+// where it lies and need not hash it.
 void put_symbol(Units& out, const Symbol* s) {
     put_text(out, s->name, s->len);
+    out += u'\0';
+    put_u32(out, s->hash);
     out += static_cast<char16_t>(s->value | s->flags << 8);
     put_row(out, s->params);
     put_row(out, s->replacement);
@@ -155,6 +159,11 @@ struct Reader {
         return *at++;
     }
     uint32_t u32() {
+        if (ok && end - at >= 2) {
+            uint32_t v = at[0] | uint32_t(at[1]) << 16;
+            at += 2;
+            return v;
+        }
         uint32_t low = u16();
         return low | uint32_t(u16()) << 16;
     }
@@ -175,7 +184,8 @@ struct Reader {
 };
 
 struct SavedSymbol {
-    std::u16string_view name;
+    std::u16string_view name; // zero-terminated in the file
+    uint32_t hash = 0;
     uint8_t value = 0;
     uint8_t flags = 0;
     // Each row as its tokens lie in the file (checked when read), made
@@ -256,6 +266,8 @@ bool read_saved(std::u16string_view file, const Units& key, Saved* saved) {
     for (uint64_t i = 0; i < symbols && r.ok; ++i) {
         SavedSymbol s;
         s.name = r.text();
+        if (r.u16() != 0) r.ok = false;
+        s.hash = r.u32();
         char16_t bits = r.u16();
         s.value = static_cast<uint8_t>(bits);
         s.flags = static_cast<uint8_t>(bits >> 8);
@@ -325,16 +337,12 @@ void restore(const Saved& saved, const SourceFile* s, size_t recorded) {
     // lookup would otherwise wait on memory for each.
     reserve_symbols(saved.symbols.size());
     constexpr size_t AHEAD = 8;
-    std::vector<uint32_t> hashes(saved.symbols.size());
-    for (size_t i = 0; i < hashes.size(); ++i) {
-        const SavedSymbol& ss = saved.symbols[i];
-        hashes[i] = symbol_hash(ss.name.data(), ss.name.size());
-    }
-    for (size_t i = 0; i < std::min(AHEAD, hashes.size()); ++i) prefetch_symbol(hashes[i]);
-    for (size_t i = 0; i < saved.symbols.size(); ++i) {
-        if (i + AHEAD < hashes.size()) prefetch_symbol(hashes[i + AHEAD]);
+    const size_t count = saved.symbols.size();
+    for (size_t i = 0; i < std::min(AHEAD, count); ++i) prefetch_symbol(saved.symbols[i].hash);
+    for (size_t i = 0; i < count; ++i) {
+        if (i + AHEAD < count) prefetch_symbol(saved.symbols[i + AHEAD].hash);
         const SavedSymbol& saved_sym = saved.symbols[i];
-        Symbol* sym = lookup_hashed(saved_sym.name.data(), saved_sym.name.size(), hashes[i], true);
+        Symbol* sym = lookup_saved(saved_sym.name.data(), saved_sym.name.size(), saved_sym.hash);
         sym->value = saved_sym.value;
         sym->flags = saved_sym.flags;
         sym->params = saved_row(saved_sym.params, saved_sym.params_n);

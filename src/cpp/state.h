@@ -220,12 +220,12 @@ constexpr size_t SYMBOL_BUCKETS = 1024; // at first; doubled when half full
 template <class F> void for_each_symbol(F f);
 
 Symbol* lookup_name(const char16_t* name, size_t len, bool install);
-// For installing many names at once: the hash, room for `more` names, and
-// the slot asked for ahead of its lookup.
-uint32_t symbol_hash(const char16_t* name, size_t len);
+// For installing many saved names at once: room for `more` names, the slot
+// of a name's hash asked for ahead of its lookup, and the lookup that installs
+// a missing name without copying it (zero-terminated, outliving the table).
 void reserve_symbols(size_t more);
 void prefetch_symbol(uint32_t hash);
-Symbol* lookup_hashed(const char16_t* name, size_t len, uint32_t hash, bool install);
+Symbol* lookup_saved(const char16_t* name, size_t len, uint32_t hash);
 inline Symbol* lookupSymbol(const PpToken* tp, bool install) {
     return lookup_name(tp->text, tp->len, install);
 }

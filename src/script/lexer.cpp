@@ -506,6 +506,11 @@ void read_line_marker() {
     while (is_blank(c)) c = get_char();
     if (c == u'"') {
         size_t n = 0;
+        take_from_block([&](char16_t b) {
+            if (b == u'"' || b == 0) return false;
+            if (n < SCRIPT_FILE_UNITS - 1) script_location.script_file[n++] = b;
+            return true;
+        });
         while ((c = get_char()) != 0 && c != u'"')
             if (n < SCRIPT_FILE_UNITS - 1) script_location.script_file[n++] = c;
         script_location.script_file[n] = 0;
@@ -678,7 +683,9 @@ bool quick_token() {
     }
 }
 
-// The unit-by-unit path: any token, wherever it lies.
+// The unit-by-unit path: any token, wherever it lies. After a line feed or
+// a line marker the quick path is tried again: a header's many empty lines
+// follow its markers.
 [[gnu::noinline]] int32_t next_token_slowly() {
     for (;;) {
         char16_t c = get_char();
@@ -702,9 +709,11 @@ bool quick_token() {
             continue;
         case u'\n':
             script_location.script_line += 1;
+            if (quick_token()) return token.kind;
             continue;
         case u'#':
             read_line_marker();
+            if (quick_token()) return token.kind;
             continue;
         case u'"':
             read_string(TK_STRING);
