@@ -41,6 +41,7 @@ class Driver : public ::testing::Test {
     void SetUp() override {
         dir_ = fs::temp_directory_path() /
                std::string("tarn-e2e-")
+                   .append(std::to_string(getpid()) + "-")
                    .append(::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir_);
         fs::create_directories(dir_);

@@ -6,6 +6,11 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
+#ifdef _WIN32
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
 
 #include "api/lifecycle.h"
 #include "support/text.h"
@@ -55,9 +60,20 @@ void ScopedEnv::set(const char* value) {
 #endif
 }
 
+static unsigned long process_number() {
+#ifdef _WIN32
+    return static_cast<unsigned long>(_getpid());
+#else
+    return static_cast<unsigned long>(getpid());
+#endif
+}
+
 void FreshLibrary::SetUp() {
+    // The process in the name: two runs of the suite at once (two
+    // checkouts, a build and a check) must not share folders.
     dir_ = std::filesystem::temp_directory_path() /
-           ("tarn-test-" + std::to_string(folder_counter++) + "-" +
+           ("tarn-test-" + std::to_string(process_number()) + "-" +
+            std::to_string(folder_counter++) + "-" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(dir_);
     std::filesystem::create_directories(dir_);
