@@ -280,3 +280,33 @@ TEST_F(PreludeCache, OnlyTheFirstLinesHeadersAreKept) {
     EXPECT_NE(run("#include \"warns.h\"\n").includes.find("message: "), std::string::npos)
         << "the warning comes every time";
 }
+
+// Far enough down that the preprocessor has moved to its own thread, a
+// header is captured and replayed there, and the compile gives the same bytes.
+TEST_F(PreludeCache, LeadingHeadersOnThePreprocessorsThread) {
+    std::string ids;
+    for (int i = 0; i < 2000; ++i)
+        ids += "#define ID_" + std::to_string(i) + " " + std::to_string(100 + i) + "\n";
+    write_file("res.h", "#ifndef RES_H\n#define RES_H\n" + ids + "#endif\n");
+    std::string script(60000, '\n');
+    script += "#include \"res.h\"\n";
+    for (int i = 0; i < 2000; i += 7)
+        script += "ID_" + std::to_string(i) + " RCDATA { ID_" + std::to_string(i + 1) + " }\n";
+    std::filesystem::path in = write_file("long.rc", script);
+    std::vector<std::vector<uint8_t>> outputs;
+    std::vector<uint32_t> replayed;
+    for (const char* cache : {"", "cache", "cache"}) {
+        ScopedEnv env("TARN_CACHE_DIR", *cache ? cache_dir().string().c_str() : "");
+        reattach();
+        set_extended_mode();
+        add_include_path_w(wide(path_of("inc")).c_str());
+        std::filesystem::path out = path_of("long.res");
+        ASSERT_EQ(compile_script_w(wide(in).c_str(), wide(out).c_str()), 1);
+        outputs.push_back(read_bytes(out));
+        replayed.push_back(tarn::cpp.headersReplayed);
+    }
+    EXPECT_EQ(replayed, (std::vector<uint32_t>{0, 0, 1}));
+    EXPECT_EQ(outputs[1], outputs[0]);
+    EXPECT_EQ(outputs[2], outputs[0]);
+    EXPECT_GT(outputs[0].size(), 280u * 32u);
+}
