@@ -252,7 +252,7 @@ int processLines(TokenRow* row) {
             cpp.pending |= lexLine(row, true);
             row->cur = row->base;
             if (cpp.capture && ends_prelude(row))
-                prelude_capture_end();
+                capture_end();
             else if (cpp.headerChain || cpp.chainAfterLine)
                 header_chain_line(row);
         }
@@ -291,7 +291,7 @@ int processLines(TokenRow* row) {
             guardFileDone(cpp.source);
             bool captured = cpp.capture && cpp.capture->source == cpp.source;
             popSource();
-            if (captured) header_capture_end();
+            if (captured) capture_end();
             advance_line(cpp.source);
             row->cur = row->last;
             room = writeLineMarker();

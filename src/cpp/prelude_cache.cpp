@@ -146,6 +146,16 @@ Units start_state(const char16_t* prelude, size_t units, size_t* place) {
     return key;
 }
 
+// The cache file of a key: one of SLOTS, chosen by the part of it given.
+std::u16string slot_file(const std::u16string& dir, std::u16string_view stem,
+                         std::u16string_view choosing) {
+    std::u16string file = dir + u"/";
+    file += stem;
+    file += static_cast<char16_t>(u'a' + hash_units(choosing, 1) % SLOTS);
+    file += u".bin";
+    return file;
+}
+
 // ---- Reading: every count and length is checked against what is left.
 
 struct Reader {
@@ -374,6 +384,27 @@ void put_stamp(Units& out, const std::u16string& path, bool* ok) {
     put_u64(out, f.id);
 }
 
+// A saved file that matches the key and whose includes still find the same
+// unchanged files.
+bool load_saved(const std::u16string& file, const Units& key, std::unique_ptr<char16_t[]>* content,
+                size_t* units, Saved* saved) {
+    return plat_read_whole(file.c_str(), content, units) &&
+           read_saved(std::u16string_view(content->get(), *units), key, saved) &&
+           still_valid(*saved);
+}
+
+void start_capture(const SourceFile* main, std::u16string file, Units key, bool header,
+                   uint64_t chain) {
+    auto capture = std::make_unique<PreludeCapture>();
+    capture->main = main;
+    capture->header = header;
+    capture->chain = chain;
+    capture->reported = reports_so_far();
+    capture->file = std::move(file);
+    capture->key = std::move(key);
+    cpp.capture = std::move(capture);
+}
+
 } // namespace
 
 bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
@@ -382,16 +413,11 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     if (dir.empty()) return false;
     size_t place = 0;
     Units key = start_state(prelude, units, &place);
-    std::u16string_view named(key.data(), place);
-    std::u16string file = dir + u"/prelude-";
-    file += static_cast<char16_t>(u'a' + hash_units(named, 1) % SLOTS);
-    file += u".bin";
+    std::u16string file = slot_file(dir, u"prelude-", std::u16string_view(key.data(), place));
     std::unique_ptr<char16_t[]> content;
     size_t units_read = 0;
     Saved saved;
-    if (plat_read_whole(file.c_str(), &content, &units_read) &&
-        read_saved(std::u16string_view(content.get(), units_read), key, &saved) &&
-        still_valid(saved)) {
+    if (load_saved(file, key, &content, &units_read, &saved)) {
         restore(saved, s, 0);
         cpp.preludeUnits = std::move(content); // the macro bodies' texts
         cpp.preludeReplayed = true;
@@ -401,12 +427,7 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
         for (size_t i = 0; i < MARKER_UNITS; ++i) s->end[i] = BufferEndMark;
         return true;
     }
-    auto capture = std::make_unique<PreludeCapture>();
-    capture->main = s;
-    capture->reported = reports_so_far();
-    capture->file = std::move(file);
-    capture->key = std::move(key);
-    cpp.capture = std::move(capture);
+    start_capture(s, std::move(file), std::move(key), false, 0);
     return false;
 }
 
@@ -471,11 +492,11 @@ bool save_capture(const PreludeCapture& c, uint64_t* hash) {
 
 } // namespace
 
-void prelude_capture_end() {
+void capture_end() {
     std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
     if (c->spoiled || reports_so_far() != c->reported) return;
     uint64_t hash = 0;
-    if (save_capture(*c, &hash)) cpp.headerChain = next_link(0, hash);
+    if (save_capture(*c, &hash)) cpp.headerChain = next_link(c->chain, hash);
 }
 
 void header_chain_line(const TokenRow* row) {
@@ -502,37 +523,20 @@ bool header_from_cache(const std::u16string& name, bool angled) {
     put_u64(key, chain);
     key += static_cast<char16_t>(angled);
     put_text(key, name);
-    std::u16string file = dir + u"/header-";
-    file += static_cast<char16_t>(u'a' + hash_units(key, 1) % SLOTS);
-    file += u".bin";
+    std::u16string file = slot_file(dir, u"header-", key);
     std::unique_ptr<char16_t[]> content;
     size_t units_read = 0;
     Saved saved;
-    if (plat_read_whole(file.c_str(), &content, &units_read) &&
-        read_saved(std::u16string_view(content.get(), units_read), key, &saved) &&
-        saved.main_at.empty() && !saved.includes.empty() && still_valid(saved)) {
+    if (load_saved(file, key, &content, &units_read, &saved) && saved.main_at.empty() &&
+        !saved.includes.empty()) {
         restore(saved, cpp.source, 1); // doInclude recorded the header itself
         cpp.headerChain = next_link(chain, saved_hash({content.get(), units_read}));
         cpp.headerUnits.push_back(std::move(content)); // the macro bodies' texts
         cpp.headersReplayed += 1;
         return true;
     }
-    auto capture = std::make_unique<PreludeCapture>();
-    capture->main = cpp.source;
-    capture->header = true;
-    capture->chain = chain;
-    capture->reported = reports_so_far();
-    capture->file = std::move(file);
-    capture->key = std::move(key);
-    cpp.capture = std::move(capture);
+    start_capture(cpp.source, std::move(file), std::move(key), true, chain);
     return false;
-}
-
-void header_capture_end() {
-    std::unique_ptr<PreludeCapture> c = std::move(cpp.capture);
-    if (c->spoiled || reports_so_far() != c->reported) return;
-    uint64_t hash = 0;
-    if (save_capture(*c, &hash)) cpp.headerChain = next_link(c->chain, hash);
 }
 
 void capture_symbol(Symbol* sym) {

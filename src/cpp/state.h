@@ -370,8 +370,9 @@ struct PreludeCapture {
 // True when the prelude was replayed (s then holds only its last line);
 // otherwise the capture may have started.
 bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units);
-// At the prelude's closing #line: the capture ends and is saved.
-void prelude_capture_end();
+// At the prelude's closing #line, or the end of a header being captured:
+// the capture ends and is saved.
+void capture_end();
 void capture_output(const char16_t* text, size_t n);
 void capture_main_name(size_t name_units);
 void capture_include(const std::u16string& name, bool angled, const char16_t* includer,
@@ -384,7 +385,6 @@ void header_chain_line(const TokenRow* row);
 // At an include of the main script that continues the chain: true when the
 // header was replayed; otherwise its capture may have started.
 bool header_from_cache(const std::u16string& name, bool angled);
-void header_capture_end();
 // A definition changed while a header is captured.
 void capture_symbol(Symbol* sym);
 // A header found guarded while a header is captured.
