@@ -186,18 +186,24 @@ namespace {
     return s;
 }
 
-} // namespace
-
-Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
-    uint32_t hash = name_hash(name, len);
+// The entry of a name, or null; the search both lookups share.
+[[gnu::always_inline]] inline Symbol* search(const char16_t* name, size_t len, uint32_t hash) {
     size_t mask = cpp.buckets.size() - 1;
     for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
         const SymbolSlot& slot = cpp.buckets[i];
-        if (!slot.symbol) return install ? install_name(name, len, hash) : nullptr;
+        if (!slot.symbol) return nullptr;
         if (slot.hash == hash && slot.symbol->len == len &&
             same_units(slot.symbol->name, name, len))
             return slot.symbol;
     }
+}
+
+} // namespace
+
+Symbol* lookup_name(const char16_t* name, size_t len, bool install) {
+    uint32_t hash = name_hash(name, len);
+    if (Symbol* s = search(name, len, hash)) return s;
+    return install ? install_name(name, len, hash) : nullptr;
 }
 
 void reserve_symbols(size_t more) {
@@ -211,14 +217,8 @@ void prefetch_symbol(uint32_t hash) {
 }
 
 Symbol* lookup_saved(const char16_t* name, size_t len, uint32_t hash) {
-    size_t mask = cpp.buckets.size() - 1;
-    for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
-        const SymbolSlot& slot = cpp.buckets[i];
-        if (!slot.symbol) return install_name(name, len, hash, true);
-        if (slot.hash == hash && slot.symbol->len == len &&
-            same_units(slot.symbol->name, name, len))
-            return slot.symbol;
-    }
+    if (Symbol* s = search(name, len, hash)) return s;
+    return install_name(name, len, hash, true);
 }
 
 bool symbol_is_defined(const PpToken* tp) {

@@ -30,8 +30,8 @@ namespace {
 // as their length then their units, so every text read back is in place.
 using Units = std::u16string;
 
-constexpr char16_t MAGIC[] = u"tarn prelude 5\n";
-constexpr char16_t HEADER_MAGIC[] = u"tarn header 2\n";
+constexpr char16_t MAGIC[] = u"tarn prelude 6\n";
+constexpr char16_t HEADER_MAGIC[] = u"tarn header 3\n";
 constexpr char16_t LAST_LINE[] = u"#line 1\n";
 constexpr size_t LAST_LINE_UNITS = 8;
 constexpr uint32_t NO_ROW = UINT32_MAX;
@@ -252,7 +252,6 @@ bool read_saved(std::u16string_view file, const Units& key, Saved* saved) {
     Reader sum{body.data() + body.size(), file.data() + file.size()};
     if (sum.u64() != hash_units(body, 0)) return false;
     Reader r{file.data() + key.size(), body.data() + body.size()};
-    r.u32(); // the tokens' count, which older readers reserved room for
     for (uint32_t n = r.u32(), i = 0; i < n && r.ok; ++i) {
         IncludeStep step;
         step.name = r.text();
@@ -445,11 +444,6 @@ bool save_capture(const PreludeCapture& c, uint64_t* hash) {
         for_each_symbol([&](const Symbol* sym) { symbols.push_back(sym); });
     }
     Units body;
-    uint32_t tokens = 0;
-    for (const Symbol* sym : symbols)
-        for (const TokenRow* row : {sym->params, sym->replacement})
-            if (row) tokens += static_cast<uint32_t>(rowlen(row));
-    put_u32(body, tokens);
     bool ok = true;
     put_u32(body, static_cast<uint32_t>(c.includes.size()));
     for (const IncludeStep& step : c.includes) {

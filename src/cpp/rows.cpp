@@ -197,11 +197,10 @@ TokenRow* arenaRow(size_t n) {
     return row;
 }
 
-TokenRow* persistentRow(const PpToken* from, const PpToken* to, bool texts_kept) {
+TokenRow* persistentRow(const PpToken* from, const PpToken* to) {
     size_t n = static_cast<size_t>(to - from);
     size_t units = 0;
-    if (!texts_kept)
-        for (const PpToken* tp = from; tp < to; ++tp) units += tp->len + 1;
+    for (const PpToken* tp = from; tp < to; ++tp) units += tp->len + 1;
     // The row, its tokens and their texts in one piece of the arena.
     static_assert(sizeof(TokenRow) % alignof(PpToken) == 0);
     char* block = static_cast<char*>(cpp.arena.alloc(
@@ -211,12 +210,10 @@ TokenRow* persistentRow(const PpToken* from, const PpToken* to, bool texts_kept)
     auto* texts = reinterpret_cast<char16_t*>(block + sizeof(TokenRow) + n * sizeof(PpToken));
     for (size_t i = 0; i < n; ++i) {
         PpToken t = from[i];
-        if (!texts_kept) {
-            texts[0] = u' ';
-            std::memcpy(texts + 1, t.text, t.len * sizeof(char16_t));
-            t.text = texts + 1;
-            texts += t.len + 1;
-        }
+        texts[0] = u' ';
+        std::memcpy(texts + 1, t.text, t.len * sizeof(char16_t));
+        t.text = texts + 1;
+        texts += t.len + 1;
         t.wslen = (t.wslen && i > 0) ? 1 : 0;
         t.flag = FLAG_ROOM;
         t.hideset = 0;

@@ -158,9 +158,7 @@ void emptyRow(TokenRow* row);
 // Copy of tokens in storage of their own (texts included), as macro bodies
 // keep them: one blank of room in front of each text, white space
 // normalised to one unit, none before the first token.
-// `texts_kept`: the texts stay where they are, which outlives the row and
-// has the blank in front of each.
-TokenRow* persistentRow(const PpToken* from, const PpToken* to, bool texts_kept = false);
+TokenRow* persistentRow(const PpToken* from, const PpToken* to);
 // A row of n tokens in the arena, for the caller to fill.
 TokenRow* arenaRow(size_t n);
 
