@@ -314,8 +314,7 @@ bool still_valid(const Saved& saved) {
         FileStamp now;
         const FileStamp& then = saved.stamps[stamp++];
         if (!plat_file_stamp(step.path.c_str(), &now) || now.size != then.size ||
-            now.modified != then.modified || now.id != then.id ||
-            plat_output_holds(step.path.c_str()))
+            now.modified != then.modified || now.id != then.id || now.replaced_output)
             return false;
     }
     return true;

@@ -43,6 +43,7 @@ bool plat_file_stamp(const char16_t* path, FileStamp* out) {
     out->size = uint64_t(d.nFileSizeHigh) << 32 | d.nFileSizeLow;
     out->modified = int64_t(as_u64(d.ftLastWriteTime));
     out->id = as_u64(d.ftCreationTime);
+    out->replaced_output = plat_output_holds(path);
     return true;
 }
 

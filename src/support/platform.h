@@ -76,10 +76,16 @@ struct FileStamp {
     uint64_t size = 0;
     int64_t modified = 0; // nanoseconds, or the system's finest unit
     uint64_t id = 0;      // device and file number where the system has them
+    // The existing file that the running compile replaces; not kept, as
+    // it holds for this compile only.
+    bool replaced_output = false;
 };
 bool plat_file_stamp(const char16_t* path, FileStamp* out);
-// Whether the file is the existing one that the running compile replaces.
+#if defined(_WIN32)
+// Whether the file is the existing one that the running compile replaces
+// (for the stamp; POSIX compares the stamp's own file numbers).
 bool plat_output_holds(const char16_t* path);
+#endif
 // The folder for caches: $TARN_CACHE_DIR (empty: no caching), else the
 // user's cache folder with "tarn" added; empty when there is none.
 std::u16string plat_cache_directory();

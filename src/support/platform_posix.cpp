@@ -719,12 +719,6 @@ uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
     return 0;
 }
 
-bool plat_output_holds(const char16_t* path) {
-    struct stat st;
-    return pending.guard >= 0 && stat_found(path, &st) && st.st_dev == pending.device &&
-           st.st_ino == pending.inode;
-}
-
 uint32_t plat_output_commit() {
     uint32_t e = 0;
     if (!pending.temp.empty()) {
@@ -768,6 +762,8 @@ bool plat_file_stamp(const char16_t* path, FileStamp* out) {
     // resolution still gets a new one.
     uint64_t changed = uint64_t(st.st_ctim.tv_sec) * 1000000000 + uint64_t(st.st_ctim.tv_nsec);
     out->id = (uint64_t(st.st_dev) << 40) ^ uint64_t(st.st_ino) ^ changed;
+    out->replaced_output =
+        pending.guard >= 0 && st.st_dev == pending.device && st.st_ino == pending.inode;
     return true;
 }
 
