@@ -53,8 +53,8 @@ std::u16string builtin_text(const Symbol* sym, uint8_t* kind) {
     const SourceFile* s = file_source();
     std::u16string t;
     *kind = PP_STRING;
-    const std::string& now = cpp.startTime;
     auto take = [&](size_t from, size_t n) {
+        const std::string& now = run_time_text();
         for (size_t i = from; i < from + n; ++i) t += i < now.size() ? char16_t(now[i]) : u' ';
     };
     switch (sym->value) {

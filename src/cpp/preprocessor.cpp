@@ -53,22 +53,29 @@ std::string utc_time_text(int64_t t) {
 // The run's time for __DATE__ and __TIME__: the clock's local time, or in the
 // extended dialect SOURCE_DATE_EPOCH (UTC) when it is set, so that builds
 // can be reproduced.
-std::string run_time_text() {
+void start_run_time() {
+    cpp.startTime.clear();
+    cpp.startClock = time_now();
     std::u16string epoch;
-    if (!compile_state.extended || !plat_getenv(u"SOURCE_DATE_EPOCH", &epoch))
-        return time_text(time_now());
+    if (!compile_state.extended || !plat_getenv(u"SOURCE_DATE_EPOCH", &epoch)) return;
     int64_t t = 0;
     bool ok = !epoch.empty() && epoch.size() <= 12;
     for (char16_t c : epoch) {
         ok = ok && c >= u'0' && c <= u'9';
         t = t * 10 + (c - u'0');
     }
-    if (ok && t <= LAST_EPOCH_SECOND) return utc_time_text(t);
-    report(warning_code(MSG_BAD_SOURCE_DATE_EPOCH), epoch);
-    return time_text(time_now());
+    if (ok && t <= LAST_EPOCH_SECOND)
+        cpp.startTime = utc_time_text(t);
+    else
+        report(warning_code(MSG_BAD_SOURCE_DATE_EPOCH), epoch);
 }
 
 } // namespace
+
+const std::string& run_time_text() {
+    if (cpp.startTime.empty()) cpp.startTime = time_text(cpp.startClock);
+    return cpp.startTime;
+}
 
 void cpp_reset() {
     close_all_sources();
@@ -92,7 +99,7 @@ void close_all_sources() {
 }
 
 void cpp_run_setup(const char16_t* input) {
-    cpp.startTime = run_time_text();
+    start_run_time();
     freeRow(&cpp.mainRow);
     makeRow(MAIN_ROW_TOKENS, &cpp.mainRow);
     hideset_start();

@@ -287,6 +287,10 @@ struct IncludeDir {
     uint32_t kind = 0;
 };
 
+// ---- The run (preprocessor.cpp)
+// The text of the run's date and time, for __DATE__ and __TIME__.
+const std::string& run_time_text();
+
 // ---- Output (output.cpp)
 constexpr size_t OUTPUT_UNITS = 12288;
 constexpr size_t OUTPUT_WORKING = 4096;
@@ -489,7 +493,10 @@ struct CppState {
     TokenRow mainRow{};
     SpareRows spareRows;
     uint32_t pending = 0; // the line may hold a macro name
+    // The run's date and time: its clock taken at the start, its text made
+    // when a script first asks (the local time zone costs a file's reading).
     std::string startTime;
+    int64_t startClock = 0;
     std::unique_ptr<PreludeCapture> capture; // while the prelude is first read
     bool preludeReplayed = false;
     std::unique_ptr<char16_t[]> preludeUnits; // a replayed prelude's file
