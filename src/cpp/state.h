@@ -397,7 +397,10 @@ void capture_guarded(const char16_t* path);
 // compiler works on the text before. The thread makes the very pieces that
 // readPreprocessed would make when asked, each with what it would have
 // told the host (DeferredEffect), so nothing the host sees changes.
-constexpr size_t READ_AHEAD_SLOTS = 4;
+// Eight slots: a script alternates between parts that cost the preprocessor
+// most (lines of macro names) and parts that cost the compiler most (long
+// literals), and the room lets the side ahead keep its lead through both.
+constexpr size_t READ_AHEAD_SLOTS = 8;
 constexpr size_t READ_AHEAD_PIECES = 16; // per slot: one hand-over costs system calls
 constexpr uint32_t READ_AHEAD_AFTER = 8; // pieces taken before the thread starts
 
