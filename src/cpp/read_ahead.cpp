@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "diag/report.h"
 
@@ -24,6 +25,18 @@ size_t pieces_for(size_t slot_number) {
     return slot_number < 4 ? size_t(2) << slot_number : READ_AHEAD_PIECES;
 }
 
+// Room for `units` in the slot's text, keeping the first `used`: at first
+// for the slot's pieces at their least (OUTPUT_WORKING units and a zero),
+// doubled as they prove longer.
+void make_room(ReadAheadSlot& slot, size_t units, size_t used, size_t pieces) {
+    if (slot.room >= units) return;
+    size_t room = std::max({units, 2 * slot.room, pieces * (OUTPUT_WORKING + 1)});
+    auto text = std::make_unique_for_overwrite<char16_t[]>(room);
+    if (used) std::memcpy(text.get(), slot.text.get(), used * sizeof(char16_t));
+    slot.text = std::move(text);
+    slot.room = room;
+}
+
 void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
     slot.ends.clear();
     slot.effects.clear();
@@ -35,9 +48,8 @@ void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
         try {
             fill_output();
             size_t n = std::min(cpp.outpos, ra.max);
-            if (slot.text.size() < used + n + 1)
-                slot.text.resize(std::max(used + n + 1, 2 * slot.text.size()));
-            std::memcpy(slot.text.data() + used, cpp.outbuf.data(), n * sizeof(char16_t));
+            make_room(slot, used + n + 1, used, pieces);
+            std::memcpy(slot.text.get() + used, cpp.outbuf.data(), n * sizeof(char16_t));
             drop_output(n);
             used += n;
             slot.text[used] = 0;
@@ -179,7 +191,7 @@ const char16_t* lendPreprocessed(size_t max, size_t* n) {
         return lend(ra, cpp.outbuf.data(), *n);
     }
     ReadAheadSlot& slot = next_piece(ra);
-    char16_t* from = slot.text.data() + ra.taken;
+    char16_t* from = slot.text.get() + ra.taken;
     size_t end = slot.ends[ra.piece];
     *n = std::min(max, end - ra.taken);
     ra.taken += *n;

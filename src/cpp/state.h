@@ -407,7 +407,10 @@ constexpr uint32_t READ_AHEAD_AFTER = 8; // pieces taken before the thread start
 // Pieces one after another in `text`, each followed by a zero; piece i
 // ends at ends[i], and its effects at effect_ends[i].
 struct ReadAheadSlot {
-    std::vector<char16_t> text; // grown to the room a piece may need
+    // Not a vector, which would fill new room with zeros before the text
+    // is copied over them.
+    std::unique_ptr<char16_t[]> text;
+    size_t room = 0; // units in text
     std::vector<size_t> ends;
     std::vector<DeferredEffect> effects;
     std::vector<size_t> effect_ends;
