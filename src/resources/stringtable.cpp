@@ -8,6 +8,10 @@
 #include <new>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "diag/report.h"
 #include "resources/common.h"
 #include "resources/resdata.h"
@@ -34,6 +38,49 @@ uint8_t* text_at(uint32_t offset) {
     return st.chunks[offset / STRING_CHUNK_BYTES].get() + offset % STRING_CHUNK_BYTES;
 }
 
+// Copies units to bytes; returns whether every unit fitted in one. Sixteen
+// units at a time: a string table is mostly its texts.
+bool narrow_units(uint8_t* to, const char16_t* units, size_t length) {
+    size_t i = 0;
+    uint16_t high = 0;
+#if defined(__SSE2__)
+    __m128i any = _mm_setzero_si128();
+    const __m128i low = _mm_set1_epi16(0x00FF);
+    for (; i + 16 <= length; i += 16) {
+        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i));
+        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i + 8));
+        any = _mm_or_si128(any, _mm_or_si128(a, b));
+        // Masked first: the pack saturates, and a wide unit is copied again anyway.
+        __m128i bytes = _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), bytes);
+    }
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_andnot_si128(low, any), _mm_setzero_si128())) != 0xFFFF)
+        high = 0x100;
+#endif
+    for (; i < length; ++i) {
+        to[i] = uint8_t(units[i]);
+        high |= units[i];
+    }
+    return high < 256;
+}
+
+// Bytes back to little-endian units.
+void widen_bytes(uint8_t* out, const uint8_t* bytes, size_t length) {
+    size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= length; i += 16) {
+        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), _mm_unpacklo_epi8(b, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i + 16), _mm_unpackhi_epi8(b, zero));
+    }
+#endif
+    for (; i < length; ++i) {
+        out[2 * i] = bytes[i];
+        out[2 * i + 1] = 0;
+    }
+}
+
 // The current string, packed; returns its offset. Offsets are 32-bit: a
 // compilation holding 4 GiB of strings runs out of memory instead.
 uint32_t keep_text() {
@@ -50,12 +97,7 @@ uint32_t keep_text() {
     uint8_t* at = st.chunks.back().get() + st.chunk_used;
     // Copied as bytes while the high bits are gathered, in one pass; copied
     // again whole in the rare case that a unit does not fit.
-    uint16_t high = 0;
-    for (size_t i = 0; i < length; ++i) {
-        at[TEXT_HEADER + i] = uint8_t(units[i]);
-        high |= units[i];
-    }
-    bool narrow = high < 256;
+    bool narrow = narrow_units(at + TEXT_HEADER, units, length);
     if (!narrow) std::memcpy(at + TEXT_HEADER, units, length * sizeof(char16_t));
     st.chunk_used += narrow ? TEXT_HEADER + length : most;
     at[0] = uint8_t(length);
@@ -111,10 +153,7 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
         out[1] = uint8_t(word >> 8);
         out += 2;
         if (t[2] & TEXT_NARROW) {
-            for (size_t i = 0; i < length; ++i) {
-                out[2 * i] = t[TEXT_HEADER + i];
-                out[2 * i + 1] = 0;
-            }
+            widen_bytes(out, t + TEXT_HEADER, length);
         } else {
             static_assert(std::endian::native == std::endian::little);
             std::memcpy(out, t + TEXT_HEADER, 2 * length);

@@ -58,7 +58,12 @@ TEST_F(StringTable, NullAppendCountsTheTerminator) {
 // fill more than one store of texts (wide literals: the extended dialect).
 TEST_F(StringTable, KeptTextsComeBackWhole) {
     std::string script =
-        "STRINGTABLE BEGIN 1 L\"\\x263a\\xff\" 2 L\"\\x00ffa\" 3 \"plain\" 4 L\"z\\x100\" END\n";
+        "STRINGTABLE BEGIN 1 L\"\\x263a\\xff\" 2 L\"\\x00ffa\" 3 \"plain\" 4 L\"z\\x100\"\n"
+        // Wide units inside the first sixteen and in the tail of longer
+        // texts; thirty-two units that use their whole byte.
+        "5 L\"0123456789\\x0100uvwxyz!!!!!\" 6 L\"0123456789uvwxyz!!!\\x263a\"\n"
+        "7 L\"\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff"
+        "\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\" END\n";
     script += "STRINGTABLE BEGIN\n";
     for (int id = 16; id < 16 + 12000; ++id)
         script +=
@@ -77,7 +82,10 @@ TEST_F(StringTable, KeptTextsComeBackWhole) {
         EXPECT_EQ(e[0].data, block({{1, u"\u263a\u00ff" + end},
                                     {2, u"\u00ffa" + end},
                                     {3, u"plain" + end},
-                                    {4, u"z\u0100" + end}}));
+                                    {4, u"z\u0100" + end},
+                                    {5, u"0123456789\u0100uvwxyz!!!!!" + end},
+                                    {6, u"0123456789uvwxyz!!!\u263a" + end},
+                                    {7, std::u16string(32, u'\u00ff') + end}}));
         std::vector<std::pair<int, std::u16string>> last;
         for (int id = 16 + 12000 - 16; id < 16 + 12000; ++id) {
             std::string t = "string number " + std::to_string(id) + " of a long run";
