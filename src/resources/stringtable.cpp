@@ -29,13 +29,31 @@ constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
 // Room for the longest string (65,535 units kept wide and their header), so
 // that every text lies in one chunk.
 constexpr size_t STRING_CHUNK_BYTES = 256 * 1024;
-constexpr size_t TEXT_HEADER = 3;
+// A text's header: its flags and, when under SHORT_LENGTHS units (nearly
+// every string), its unit count in two bytes; otherwise the count follows
+// the flags whole, in three.
 constexpr uint8_t TEXT_ZERO = 1;   // a zero unit follows the units
 constexpr uint8_t TEXT_NARROW = 2; // the units are kept a byte each
+constexpr uint8_t TEXT_LONG = 4;   // the count in the two bytes after the flags
+constexpr size_t SHORT_LENGTHS = 8192;
+constexpr size_t LONGEST_HEADER = 3;
 
 uint8_t* text_at(uint32_t offset) {
     const StringTableState& st = string_tables;
     return st.chunks[offset / STRING_CHUNK_BYTES].get() + offset % STRING_CHUNK_BYTES;
+}
+
+struct KeptText {
+    size_t length;
+    bool zero, narrow;
+    const uint8_t* units;
+};
+
+KeptText read_text(uint32_t offset) {
+    const uint8_t* t = text_at(offset);
+    bool long_form = t[0] & TEXT_LONG;
+    size_t length = long_form ? size_t(t[1] | t[2] << 8) : size_t(t[0] >> 3) << 8 | t[1];
+    return {length, bool(t[0] & TEXT_ZERO), bool(t[0] & TEXT_NARROW), t + (long_form ? 3 : 2)};
 }
 
 // Copies units to bytes; returns whether every unit fitted in one. Sixteen
@@ -87,7 +105,8 @@ uint32_t keep_text() {
     StringTableState& st = string_tables;
     const char16_t* units = token.text.data();
     size_t length = token.length;
-    size_t most = TEXT_HEADER + length * sizeof(char16_t); // room for the units kept wide
+    size_t header = length < SHORT_LENGTHS ? 2 : LONGEST_HEADER;
+    size_t most = header + length * sizeof(char16_t); // room for the units kept wide
     if (st.chunks.empty() || st.chunk_used + most > STRING_CHUNK_BYTES) {
         if (st.chunks.size() >= UINT32_MAX / STRING_CHUNK_BYTES) throw std::bad_alloc();
         st.chunks.emplace_back(new uint8_t[STRING_CHUNK_BYTES]);
@@ -97,12 +116,18 @@ uint32_t keep_text() {
     uint8_t* at = st.chunks.back().get() + st.chunk_used;
     // Copied as bytes while the high bits are gathered, in one pass; copied
     // again whole in the rare case that a unit does not fit.
-    bool narrow = narrow_units(at + TEXT_HEADER, units, length);
-    if (!narrow) std::memcpy(at + TEXT_HEADER, units, length * sizeof(char16_t));
-    st.chunk_used += narrow ? TEXT_HEADER + length : most;
-    at[0] = uint8_t(length);
-    at[1] = uint8_t(length >> 8);
-    at[2] = uint8_t((compile_state.null_append ? TEXT_ZERO : 0) | (narrow ? TEXT_NARROW : 0));
+    bool narrow = narrow_units(at + header, units, length);
+    if (!narrow) std::memcpy(at + header, units, length * sizeof(char16_t));
+    st.chunk_used += narrow ? header + length : most;
+    uint8_t flags = uint8_t((compile_state.null_append ? TEXT_ZERO : 0) | (narrow ? TEXT_NARROW : 0));
+    if (header == 2) {
+        at[0] = uint8_t(flags | (length >> 8) << 3);
+        at[1] = uint8_t(length);
+    } else {
+        at[0] = flags | TEXT_LONG;
+        at[1] = uint8_t(length);
+        at[2] = uint8_t(length >> 8);
+    }
     return offset;
 }
 
@@ -134,8 +159,8 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
             total += 2;
             continue;
         }
-        const uint8_t* t = text_at(slot - 1);
-        total += 2 * (1 + size_t(t[0] | t[1] << 8) + (t[2] & TEXT_ZERO ? 1 : 0));
+        KeptText t = read_text(slot - 1);
+        total += 2 * (1 + t.length + (t.zero ? 1 : 0));
     }
     data.resize(total);
     uint8_t* out = data.data();
@@ -145,21 +170,19 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
             out += 2;
             continue;
         }
-        const uint8_t* t = text_at(slot - 1);
-        size_t length = size_t(t[0] | t[1] << 8);
-        bool zero = t[2] & TEXT_ZERO;
-        size_t word = length + (zero ? 1 : 0);
+        KeptText t = read_text(slot - 1);
+        size_t word = t.length + (t.zero ? 1 : 0);
         out[0] = uint8_t(word);
         out[1] = uint8_t(word >> 8);
         out += 2;
-        if (t[2] & TEXT_NARROW) {
-            widen_bytes(out, t + TEXT_HEADER, length);
+        if (t.narrow) {
+            widen_bytes(out, t.units, t.length);
         } else {
             static_assert(std::endian::native == std::endian::little);
-            std::memcpy(out, t + TEXT_HEADER, 2 * length);
+            std::memcpy(out, t.units, 2 * t.length);
         }
-        out += 2 * length;
-        if (zero) {
+        out += 2 * t.length;
+        if (t.zero) {
             out[0] = out[1] = 0;
             out += 2;
         }

@@ -29,8 +29,8 @@ struct StringTableState {
     std::deque<StringBlock> blocks;
     // The texts, packed: a compilation may hold tens of thousands of
     // strings, and one allocation each costs more than the copying. Each is
-    // its unit count (two bytes), whether a zero unit follows it and whether
-    // its units are kept as bytes (all below 256, as script text mostly is),
+    // a header (its unit count, whether a zero unit follows it and whether
+    // its units are kept as bytes: all below 256, as script text mostly is),
     // then the units.
     std::vector<std::unique_ptr<uint8_t[]>> chunks; // of STRING_CHUNK_BYTES each
     size_t chunk_used = 0;

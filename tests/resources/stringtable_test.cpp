@@ -64,6 +64,9 @@ TEST_F(StringTable, KeptTextsComeBackWhole) {
         "5 L\"0123456789\\x0100uvwxyz!!!!!\" 6 L\"0123456789uvwxyz!!!\\x263a\"\n"
         "7 L\"\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff"
         "\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\" END\n";
+    // Counts on either side of the header's short form, narrow and wide.
+    script += "STRINGTABLE BEGIN 8 \"" + std::string(8191, 'a') + "\" 9 \"" +
+              std::string(8192, 'b') + "\" 10 L\"" + std::string(9000, 'c') + "\\x263a\" END\n";
     script += "STRINGTABLE BEGIN\n";
     for (int id = 16; id < 16 + 12000; ++id)
         script +=
@@ -85,7 +88,10 @@ TEST_F(StringTable, KeptTextsComeBackWhole) {
                                     {4, u"z\u0100" + end},
                                     {5, u"0123456789\u0100uvwxyz!!!!!" + end},
                                     {6, u"0123456789uvwxyz!!!\u263a" + end},
-                                    {7, std::u16string(32, u'\u00ff') + end}}));
+                                    {7, std::u16string(32, u'\u00ff') + end},
+                                    {8, std::u16string(8191, u'a') + end},
+                                    {9, std::u16string(8192, u'b') + end},
+                                    {10, std::u16string(9000, u'c') + u"\u263a" + end}}));
         std::vector<std::pair<int, std::u16string>> last;
         for (int id = 16 + 12000 - 16; id < 16 + 12000; ++id) {
             std::string t = "string number " + std::to_string(id) + " of a long run";
