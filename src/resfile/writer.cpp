@@ -17,7 +17,10 @@ namespace {
 
 constexpr uint32_t HEADER_FIXED_SIZE = 24; // DataSize, HeaderSize, the 16 attribute bytes
 constexpr uint32_t LEADING_ENTRY_SIZE = 32;
-constexpr size_t OUTPUT_BUFFER_SIZE = 65536;
+// Each write costs the file system more than its bytes' copy (the file's
+// times, its journal), so few of them; but still within a core's cache when
+// the kernel copies it out.
+constexpr size_t OUTPUT_BUFFER_SIZE = 256 * 1024;
 
 struct OutputBuffer {
     std::vector<uint8_t> pending; // written to the file by flush_output
