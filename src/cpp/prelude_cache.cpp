@@ -146,14 +146,33 @@ Units start_state(const char16_t* prelude, size_t units, size_t* place) {
     return key;
 }
 
-// The cache file of a key: one of SLOTS, chosen by the part of it given.
-std::u16string slot_file(const std::u16string& dir, std::u16string_view stem,
-                         std::u16string_view choosing) {
+uint64_t slot_of(std::u16string_view choosing) {
+    return hash_units(choosing, 1) % SLOTS;
+}
+
+// The cache file of a key: one of SLOTS.
+std::u16string slot_file(const std::u16string& dir, std::u16string_view stem, uint64_t slot) {
     std::u16string file = dir + u"/";
     file += stem;
-    file += static_cast<char16_t>(u'a' + hash_units(choosing, 1) % SLOTS);
+    file += static_cast<char16_t>(u'a' + slot);
     file += u".bin";
     return file;
+}
+
+// The headers of one chain take different slots: two whose keys chose the
+// same one would push each other out at every compile. The same script
+// takes the same slots each time.
+uint64_t header_slot(std::u16string_view key) {
+    static_assert(SLOTS <= 32);
+    uint64_t first = slot_of(key);
+    for (uint64_t i = 0; i < SLOTS; ++i) {
+        uint64_t slot = (first + i) % SLOTS;
+        if (!(cpp.headerSlotsTaken >> slot & 1)) {
+            cpp.headerSlotsTaken |= uint32_t(1) << slot;
+            return slot;
+        }
+    }
+    return first; // a chain of more headers than slots
 }
 
 // ---- Reading: every count and length is checked against what is left.
@@ -411,7 +430,8 @@ bool prelude_from_cache(SourceFile* s, const char16_t* prelude, size_t units) {
     if (dir.empty()) return false;
     size_t place = 0;
     Units key = start_state(prelude, units, &place);
-    std::u16string file = slot_file(dir, u"prelude-", std::u16string_view(key.data(), place));
+    std::u16string file =
+        slot_file(dir, u"prelude-", slot_of(std::u16string_view(key.data(), place)));
     std::unique_ptr<char16_t[]> content;
     size_t units_read = 0;
     Saved saved;
@@ -516,7 +536,7 @@ bool header_from_cache(const std::u16string& name, bool angled) {
     put_u64(key, chain);
     key += static_cast<char16_t>(angled);
     put_text(key, name);
-    std::u16string file = slot_file(dir, u"header-", key);
+    std::u16string file = slot_file(dir, u"header-", header_slot(key));
     std::unique_ptr<char16_t[]> content;
     size_t units_read = 0;
     Saved saved;

@@ -509,6 +509,7 @@ struct CppState {
     uint64_t headerChain = 0;
     uint64_t chainAfterLine = 0; // a replayed prelude: the chain starts after its #line
     uint32_t headersReplayed = 0;
+    uint32_t headerSlotsTaken = 0; // the header cache's slots this run's chain took
     std::vector<std::unique_ptr<char16_t[]>> headerUnits; // replayed headers' files
     ReadAheadState readAhead;
 

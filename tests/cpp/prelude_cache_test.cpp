@@ -256,6 +256,28 @@ TEST_F(PreludeCache, LeadingHeadersReplayAsRead) {
     EXPECT_NE(other.text.find("other.rc"), std::string::npos) << other.text;
 }
 
+// Twelve headers in a row are all kept, each in a file of its own: two whose
+// keys chose the same file used to push each other out at every compile.
+TEST_F(PreludeCache, AChainOfHeadersIsKeptWhole) {
+    std::string script;
+    for (int i = 0; i < 12; ++i) {
+        std::string n = std::to_string(i);
+        write_file("h" + n + ".h", "#define H" + n + " " + n + "0\n");
+        script += "#include \"h" + n + ".h\"\n";
+    }
+    script += "H0 H5 H11\n";
+    ScopedEnv off("TARN_CACHE_DIR", "");
+    Outcome plain = run(script);
+    off.set(cache_dir().string().c_str());
+    run(script);
+    for (int again = 0; again < 2; ++again) {
+        Outcome warm = run(script);
+        EXPECT_EQ(warm.headers, 12u);
+        EXPECT_EQ(warm, plain);
+    }
+    EXPECT_NE(plain.text.find("00 50 110"), std::string::npos) << plain.text;
+}
+
 TEST_F(PreludeCache, OnlyTheFirstLinesHeadersAreKept) {
     write_file("res.h", "#ifdef EARLY\n#define ID_ONE 1\n#else\n#define ID_ONE 2\n#endif\n");
     write_file("warns.h", "#define W 1\n#define W 2\n");
