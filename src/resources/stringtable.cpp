@@ -29,14 +29,14 @@ constexpr uint16_t STRINGTABLE_FLAGS = 0x1030;
 // Room for the longest string (65,535 units kept wide and their header), so
 // that every text lies in one chunk.
 constexpr size_t STRING_CHUNK_BYTES = 256 * 1024;
-// A text's header: its flags and, when under SHORT_LENGTHS units (nearly
-// every string), its unit count in two bytes; otherwise the count follows
-// the flags whole, in three.
+// A text's header: its flags and its unit count. Under SHORT_LENGTHS units
+// (nearly every string) the count's high bits share the flags' byte and its
+// low byte follows; otherwise the whole count follows the flags.
 constexpr uint8_t TEXT_ZERO = 1;   // a zero unit follows the units
 constexpr uint8_t TEXT_NARROW = 2; // the units are kept a byte each
 constexpr uint8_t TEXT_LONG = 4;   // the count in the two bytes after the flags
 constexpr size_t SHORT_LENGTHS = 8192;
-constexpr size_t LONGEST_HEADER = 3;
+constexpr size_t SHORT_HEADER = 2, LONG_HEADER = 3;
 
 uint8_t* text_at(uint32_t offset) {
     const StringTableState& st = string_tables;
@@ -53,7 +53,8 @@ KeptText read_text(uint32_t offset) {
     const uint8_t* t = text_at(offset);
     bool long_form = t[0] & TEXT_LONG;
     size_t length = long_form ? size_t(t[1] | t[2] << 8) : size_t(t[0] >> 3) << 8 | t[1];
-    return {length, bool(t[0] & TEXT_ZERO), bool(t[0] & TEXT_NARROW), t + (long_form ? 3 : 2)};
+    return {length, bool(t[0] & TEXT_ZERO), bool(t[0] & TEXT_NARROW),
+            t + (long_form ? LONG_HEADER : SHORT_HEADER)};
 }
 
 // Copies units to bytes; returns whether every unit fitted in one. Sixteen
@@ -72,8 +73,8 @@ bool narrow_units(uint8_t* to, const char16_t* units, size_t length) {
         __m128i bytes = _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), bytes);
     }
-    if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_andnot_si128(low, any), _mm_setzero_si128())) != 0xFFFF)
-        high = 0x100;
+    __m128i highs = _mm_andnot_si128(low, any); // the high bytes of the units packed
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(highs, _mm_setzero_si128())) != 0xFFFF) high = 0x100;
 #endif
     for (; i < length; ++i) {
         to[i] = uint8_t(units[i]);
@@ -105,7 +106,7 @@ uint32_t keep_text() {
     StringTableState& st = string_tables;
     const char16_t* units = token.text.data();
     size_t length = token.length;
-    size_t header = length < SHORT_LENGTHS ? 2 : LONGEST_HEADER;
+    size_t header = length < SHORT_LENGTHS ? SHORT_HEADER : LONG_HEADER;
     size_t most = header + length * sizeof(char16_t); // room for the units kept wide
     if (st.chunks.empty() || st.chunk_used + most > STRING_CHUNK_BYTES) {
         if (st.chunks.size() >= UINT32_MAX / STRING_CHUNK_BYTES) throw std::bad_alloc();
@@ -119,8 +120,9 @@ uint32_t keep_text() {
     bool narrow = narrow_units(at + header, units, length);
     if (!narrow) std::memcpy(at + header, units, length * sizeof(char16_t));
     st.chunk_used += narrow ? header + length : most;
-    uint8_t flags = uint8_t((compile_state.null_append ? TEXT_ZERO : 0) | (narrow ? TEXT_NARROW : 0));
-    if (header == 2) {
+    uint8_t flags =
+        uint8_t((compile_state.null_append ? TEXT_ZERO : 0) | (narrow ? TEXT_NARROW : 0));
+    if (header == SHORT_HEADER) {
         at[0] = uint8_t(flags | (length >> 8) << 3);
         at[1] = uint8_t(length);
     } else {
