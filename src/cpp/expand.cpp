@@ -24,7 +24,7 @@ constexpr size_t STRINGIZE_LIMIT = 1013; // units between the quotes
 
 using ArgRows = std::vector<TokenRow>;
 
-// Frees the argument rows of one call on every path.
+// Gives back the argument rows of one call on every path.
 struct Args {
     ArgRows rows;
     bool expanded = false; // the rows are expanded already (a chain, below)
@@ -32,7 +32,7 @@ struct Args {
     Args(const Args&) = delete;
     Args& operator=(const Args&) = delete;
     ~Args() {
-        for (TokenRow& r : rows) freeRow(&r);
+        for (TokenRow& r : rows) giveBackRow(&r);
     }
 };
 
@@ -219,7 +219,7 @@ size_t gatherArgs(TokenRow* row, size_t at, const Symbol* sym, Args* args) {
     }
     // "f()" calls a macro without parameters with no argument at all.
     if (rowlen(sym->params) == 0 && args->rows.size() == 1 && rowlen(&args->rows[0]) == 0) {
-        freeRow(&args->rows[0]);
+        giveBackRow(&args->rows[0]);
         args->rows.clear();
     }
     return i - at;
@@ -347,7 +347,7 @@ void substitute(const Symbol* sym, TokenRow* work, Args* args) {
             if (!args->expanded) expand_argument(&own);
             replaceTokens(work, k, 1, own.base, rowlen(&own), spaced);
             k += rowlen(&own);
-            freeRow(&own);
+            giveBackRow(&own);
             continue;
         }
         ScopedRow x(rowlen(&arg) + 1);
@@ -535,15 +535,15 @@ struct ChainLevel {
     size_t close; // and its ")"
 };
 
-// Rows of the chain, freed on every path.
+// Rows of the chain, given back on every path.
 struct ChainRows {
     TokenRow inner{}, call{};
     ChainRows() = default;
     ChainRows(const ChainRows&) = delete;
     ChainRows& operator=(const ChainRows&) = delete;
     ~ChainRows() {
-        freeRow(&inner);
-        freeRow(&call);
+        giveBackRow(&inner);
+        giveBackRow(&call);
     }
 };
 
@@ -596,7 +596,7 @@ void expand_argument(TokenRow* own) {
         rows.inner = rows.call;
         rows.call = TokenRow{};
     }
-    freeRow(own);
+    giveBackRow(own);
     *own = rows.inner;
     rows.inner = TokenRow{};
 }

@@ -118,23 +118,37 @@ void giveSpace(PpToken* tp) {
     tp->flag &= ~FLAG_INSERTED_SPACE;
 }
 
-ScopedRow::ScopedRow(size_t capacity) {
+void takeSpareRow(size_t capacity, TokenRow* row) {
     std::vector<TokenRow>& spares = cpp.spareRows.rows;
     if (spares.empty()) {
         // Room for every row made, so that giving one back, which may
         // happen while a fatal error unwinds, never allocates.
         spares.reserve(++cpp.spareRows.made);
-        makeRow(capacity, &row);
+        makeRow(capacity, row);
         return;
     }
-    row = spares.back();
+    *row = spares.back();
     spares.pop_back();
-    if (row.max < capacity) growRow(capacity, &row);
-    row.cur = row.last = row.base;
+    if (row->max < capacity) growRow(capacity, row);
+    row->cur = row->last = row->base;
+}
+
+void giveBackRow(TokenRow* row) {
+    if (!row->base) return; // given back already
+    std::vector<TokenRow>& spares = cpp.spareRows.rows;
+    if (spares.size() < spares.capacity())
+        spares.push_back(*row);
+    else
+        freeRow(row); // a row from elsewhere that finds no room kept
+    *row = TokenRow{};
+}
+
+ScopedRow::ScopedRow(size_t capacity) {
+    takeSpareRow(capacity, &row);
 }
 
 ScopedRow::~ScopedRow() {
-    cpp.spareRows.rows.push_back(row);
+    giveBackRow(&row);
 }
 
 SpareRows::~SpareRows() {
@@ -143,7 +157,7 @@ SpareRows::~SpareRows() {
 
 void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to) {
     size_t n = static_cast<size_t>(to - from);
-    makeRow(std::max<size_t>(n, 3), dst);
+    takeSpareRow(std::max<size_t>(n, 3), dst);
     if (n) std::memcpy(dst->base, from, n * sizeof(PpToken));
     dst->last = dst->base + n;
 }

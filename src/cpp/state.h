@@ -141,7 +141,12 @@ struct SpareRows {
     ~SpareRows();
 };
 
-void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to); // dst made here
+// A row of at least `capacity` from the spares (made if there are none),
+// and its return; a row that finds no room kept among them is freed.
+// Every macro call needs a few rows: they come without the heap.
+void takeSpareRow(size_t capacity, TokenRow* row);
+void giveBackRow(TokenRow* row);
+void copyRow(TokenRow* dst, const PpToken* from, const PpToken* to); // dst taken here
 // Replaces n tokens at index `at` by the tokens of src; `spaced`: white
 // space stood in front of the replaced tokens, and goes to the first token
 // after the replacement. Blanks are added where tokens would run together.
