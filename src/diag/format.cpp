@@ -12,6 +12,8 @@
 // Self-contained (standard library only): the driver compiles it in too.
 #include "diag/format.h"
 
+#include <type_traits>
+
 namespace tarn {
 
 namespace {
@@ -90,7 +92,7 @@ Format parse_format(std::u16string_view f) {
 }
 
 void pad(std::u16string* out, size_t n, char16_t c) {
-    out->append(n, c);
+    if (n) out->append(n, c);
 }
 
 // Places body in a field of the format's width; zeros go after any sign or
@@ -117,10 +119,19 @@ void put_field(std::u16string* out, const Format& s, std::u16string_view body, b
 char16_t* digits_of(uint64_t v, unsigned base, bool upper, char16_t* end) {
     const char* set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     char16_t* p = end;
-    do {
-        *--p = static_cast<char16_t>(set[v % base]);
-        v /= base;
-    } while (v);
+    // The usual bases by constants, which spares a division per digit.
+    auto put = [&](auto b) {
+        do {
+            *--p = static_cast<char16_t>(set[v % b]);
+            v /= b;
+        } while (v);
+    };
+    if (base == 16)
+        put(std::integral_constant<uint64_t, 16>{});
+    else if (base == 10)
+        put(std::integral_constant<uint64_t, 10>{});
+    else
+        put(uint64_t(base));
     return p;
 }
 
@@ -272,13 +283,15 @@ void put_escape(char16_t e, std::u16string* out) {
 
 void append_inserts(std::u16string& out, std::u16string_view text, std::span<const MsgArg> args) {
     size_t i = 0;
-    while (i < text.size()) {
-        // Plain text up to the next "%" in one piece.
-        size_t percent = text.find(u'%', i);
-        if (percent == std::u16string_view::npos) percent = text.size();
+    const size_t size = text.size();
+    while (i < size) {
+        // Plain text up to the next "%" in one piece (a plain loop: the
+        // library's search costs a call per piece of a short text).
+        size_t percent = i;
+        while (percent < size && text[percent] != u'%') ++percent;
         out.append(text.data() + i, percent - i);
         i = percent;
-        if (i == text.size()) break;
+        if (i == size) break;
         if (++i == text.size()) break; // a lone "%" at the end is dropped
         char16_t e = text[i++];
         if (e == u'0') break;
