@@ -131,7 +131,7 @@ struct ScopedRow {
     ~ScopedRow();
 };
 
-// The rows that ScopedRow gives back, freed with the list.
+// The rows given back (giveBackRow), freed with the list.
 struct SpareRows {
     std::vector<TokenRow> rows;
     size_t made = 0; // rows made so far: the room kept in `rows`

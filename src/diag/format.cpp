@@ -292,7 +292,7 @@ void append_inserts(std::u16string& out, std::u16string_view text, std::span<con
         out.append(text.data() + i, percent - i);
         i = percent;
         if (i == size) break;
-        if (++i == text.size()) break; // a lone "%" at the end is dropped
+        if (++i == size) break; // a lone "%" at the end is dropped
         char16_t e = text[i++];
         if (e == u'0') break;
         if (e >= u'1' && e <= u'9')
