@@ -95,8 +95,8 @@ bool skip_guarded(const char16_t* path) {
     text += path;
     text += u"\"\n";
     text.append(static_cast<size_t>(g.rows), u'\n');
-    if (cpp.outpos + text.size() >= cpp.outbuf.size()) return false;
-    std::copy(text.begin(), text.end(), cpp.outbuf.begin() + static_cast<ptrdiff_t>(cpp.outpos));
+    if (cpp.outpos + text.size() >= cpp.outsize) return false;
+    std::copy(text.begin(), text.end(), cpp.out + cpp.outpos);
     cpp.outpos += text.size();
     if (cpp.capture) capture_output(text.data(), text.size());
     cpp.guardSkipped = true; // the includer's marker follows its line, as after the file's end

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "diag/report.h"
+#include "support/memory.h"
 #include "support/state.h"
 
 namespace tarn {
@@ -18,22 +19,37 @@ namespace tarn {
 int put_tokens(TokenRow* row) {
     const PpToken* tp = row->base;
     const PpToken* last = row->last;
+    // Kept in locals: the copies could otherwise change them, as far as the
+    // compiler knows, and each piece would load them again.
+    char16_t* out = cpp.out;
+    size_t pos = cpp.outpos;
+    size_t size = cpp.outsize;
     while (tp < last) {
         const char16_t* from = tp->text - tp->wslen;
         const char16_t* to = tp->text + tp->len;
         // Text that comes straight from one buffer is copied in one piece.
         for (++tp; tp < last && tp->text - tp->wslen == to; ++tp) to = tp->text + tp->len;
         auto n = static_cast<size_t>(to - from);
-        if (cpp.outpos + n >= cpp.outbuf.size()) {
+        if (pos + n >= size) {
             if (!compile_state.extended) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
-            cpp.outbuf.resize(std::max(2 * cpp.outbuf.size(), cpp.outpos + n + 1));
+            grow_output(std::max(2 * size, pos + n + 1));
+            out = cpp.out;
+            size = cpp.outsize;
         }
-        std::memcpy(cpp.outbuf.data() + cpp.outpos, from, n * sizeof(char16_t));
-        cpp.outpos += n;
+        copy_units(out + pos, from, n);
+        pos += n;
+        cpp.outpos = pos;
         if (cpp.capture) capture_output(from, n);
     }
     row->cur = row->last;
-    return cpp.outpos < OUTPUT_WORKING;
+    return pos < OUTPUT_WORKING;
+}
+
+void grow_output(size_t units) {
+    if (cpp.readAhead.filling) return grow_slot_output(units);
+    cpp.outbuf.resize(units);
+    cpp.out = cpp.outbuf.data();
+    cpp.outsize = units;
 }
 
 int writeLineMarker() {
@@ -77,7 +93,7 @@ void fill_output() {
 
 void drop_output(size_t n) {
     size_t rest = cpp.outpos - n;
-    if (rest) std::memmove(cpp.outbuf.data(), cpp.outbuf.data() + n, rest * sizeof(char16_t));
+    if (rest) std::memmove(cpp.out, cpp.out + n, rest * sizeof(char16_t));
     cpp.outpos = rest;
 }
 

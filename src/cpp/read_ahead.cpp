@@ -26,42 +26,73 @@ size_t pieces_for(size_t slot_number) {
 }
 
 // Room for `units` in the slot's text, keeping the first `used`: at first
-// for the slot's pieces at their least (OUTPUT_WORKING units and a zero),
-// doubled as they prove longer.
+// for the slot's pieces at their least (OUTPUT_WORKING units and a zero)
+// and the output's room after them, doubled as they prove longer.
 void make_room(ReadAheadSlot& slot, size_t units, size_t used, size_t pieces) {
     if (slot.room >= units) return;
-    size_t room = std::max({units, 2 * slot.room, pieces * (OUTPUT_WORKING + 1)});
+    size_t room = std::max({units, 2 * slot.room, pieces * (OUTPUT_WORKING + 1) + cpp.outsize + 1});
     auto text = std::make_unique_for_overwrite<char16_t[]>(room);
     if (used) std::memcpy(text.get(), slot.text.get(), used * sizeof(char16_t));
     slot.text = std::move(text);
     slot.room = room;
 }
 
+// The output's room moves to `at` in the slot, where what it holds already
+// stands.
+void window_at(ReadAheadState& ra, ReadAheadSlot& slot, size_t at) {
+    make_room(slot, at + cpp.outsize + 1, at + cpp.outpos, ra.windowPieces);
+    cpp.out = slot.text.get() + at;
+    ra.windowAt = at;
+}
+
+// The preprocessor writes its output straight into the slot, each piece
+// where the script will read it, so the text is never copied over. What is
+// made beyond a slot's last piece waits in the output's own buffer.
 void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
     slot.ends.clear();
     slot.effects.clear();
     slot.effect_ends.clear();
     slot.failure = nullptr;
+    ra.filling = &slot;
+    ra.windowPieces = pieces;
     size_t used = 0;
     deferred.list = &slot.effects;
     while (slot.ends.size() < pieces && !slot.last) {
         try {
+            if (used == 0) { // what waits in the output's own buffer comes first
+                make_room(slot, cpp.outsize + 1, 0, pieces);
+                std::memcpy(slot.text.get(), cpp.out, cpp.outpos * sizeof(char16_t));
+            }
+            window_at(ra, slot, used);
             fill_output();
             size_t n = std::min(cpp.outpos, ra.max);
-            make_room(slot, used + n + 1, used, pieces);
-            std::memcpy(slot.text.get() + used, cpp.outbuf.data(), n * sizeof(char16_t));
-            drop_output(n);
+            size_t rest = cpp.outpos - n;
+            // The piece stays; what follows it moves on by the piece's zero.
+            std::memmove(cpp.out + n + 1, cpp.out + n, rest * sizeof(char16_t));
             used += n;
             slot.text[used] = 0;
+            cpp.outpos = rest;
             slot.last = n == 0;
         } catch (...) {
             slot.failure = std::current_exception();
             slot.last = true;
+            cpp.outpos = 0; // the run ends with this piece
         }
         slot.ends.push_back(used++);
         slot.effect_ends.push_back(slot.effects.size());
+        cpp.out = slot.text.get() + used; // the rest, inside the room made for it
     }
+    ra.filling = nullptr;
     deferred.list = nullptr;
+    try {
+        if (cpp.outbuf.size() < cpp.outsize) cpp.outbuf.resize(cpp.outsize);
+        std::memcpy(cpp.outbuf.data(), cpp.out, cpp.outpos * sizeof(char16_t));
+    } catch (...) {
+        slot.failure = std::current_exception();
+        slot.last = true;
+        cpp.outpos = 0;
+    }
+    cpp.out = cpp.outbuf.data();
 }
 
 void read_ahead_body(void*) {
@@ -179,6 +210,12 @@ void read_ahead_stop() {
     ra.requests = 0;
 }
 
+void grow_slot_output(size_t units) {
+    ReadAheadState& ra = cpp.readAhead;
+    cpp.outsize = units;
+    window_at(ra, *ra.filling, ra.windowAt);
+}
+
 const char16_t* lendPreprocessed(size_t max, size_t* n) {
     ReadAheadState& ra = cpp.readAhead;
     settle(ra);
@@ -188,7 +225,7 @@ const char16_t* lendPreprocessed(size_t max, size_t* n) {
     if (!ra.thread && !ra.holding && (!worth_starting() || !start(max))) {
         fill_output();
         *n = ra.lentOutput = std::min(cpp.outpos, max);
-        return lend(ra, cpp.outbuf.data(), *n);
+        return lend(ra, cpp.out, *n);
     }
     ReadAheadSlot& slot = next_piece(ra);
     char16_t* from = slot.text.get() + ra.taken;

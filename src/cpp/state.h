@@ -301,6 +301,8 @@ constexpr size_t OUTPUT_UNITS = 12288;
 constexpr size_t OUTPUT_WORKING = 4096;
 
 int put_tokens(TokenRow* row);
+// Room for `units` at `out`, what it holds kept.
+void grow_output(size_t units);
 int writeLineMarker();
 char16_t* scratch_alloc(size_t n);
 void scratch_reset();
@@ -448,6 +450,11 @@ struct ReadAheadState {
     char16_t lentSaved = 0;
     size_t lentOutput = 0;
     bool slotDone = false;
+    // The slot the thread's output goes to, where in it the output starts,
+    // and the slot's pieces.
+    ReadAheadSlot* filling = nullptr;
+    size_t windowAt = 0;
+    size_t windowPieces = 0;
 };
 
 // Runs the preprocessor until the output holds a piece's worth (or the end);
@@ -455,6 +462,8 @@ struct ReadAheadState {
 void fill_output();
 // The output's first n units are taken: the rest moves to the front.
 void drop_output(size_t n);
+// grow_output while the thread fills a slot: the slot's room grows.
+void grow_slot_output(size_t units);
 
 // ---- All of it
 constexpr size_t LEX_STOPS = 2;
@@ -494,8 +503,12 @@ struct CppState {
     std::unordered_map<std::u16string, GuardedHeader> guarded; // by the path opened
     bool guardSkipped = false; // an include just stood in for one: its line marker is due
 
-    // Output
-    std::vector<char16_t> outbuf = std::vector<char16_t>(OUTPUT_UNITS); // grows when extended
+    // Output: `outpos` units made at `out`, which has room for `outsize`
+    // (a line that needs more grows it in the extended dialect). `out` is
+    // outbuf's own room, or a read-ahead slot's while the thread fills one.
+    std::vector<char16_t> outbuf = std::vector<char16_t>(OUTPUT_UNITS);
+    char16_t* out = outbuf.data();
+    size_t outsize = OUTPUT_UNITS;
     size_t outpos = 0;
     bool preprocessDone = false;
     Scratch scratch;

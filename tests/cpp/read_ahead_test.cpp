@@ -141,12 +141,15 @@ TEST_F(ReadAhead, ScriptFatalEarly) {
 }
 
 // Lines longer than the script lexer's block (the modern dialect's lifted
-// limits): the text is handed over in parts, the same with and without.
+// limits): the output's room grows while the thread fills a slot, and the
+// text is handed over in parts, the same with and without.
 TEST_F(ReadAhead, PiecesLongerThanTheLexersBlock) {
     std::string numbers;
-    for (int i = 0; i < 12000; ++i) numbers += std::to_string(i % 10) + ",";
+    for (int i = 0; i < 20000; ++i) numbers += std::to_string(i % 10) + ",";
     std::string script = lines(0, 200, "%zu RCDATA { %zu, %zu }\n") + "5000 RCDATA { " + numbers +
-                         "1 }\n" + lines(200, 400, "%zu RCDATA { %zu, %zu }\n");
+                         "1 }\n" + lines(200, 400, "%zu RCDATA { %zu, %zu }\n") + "5001 RCDATA { " +
+                         numbers + numbers + "2 }\n" +
+                         lines(400, 3000, "%zu RCDATA { %zu, %zu }\n");
     Outcome r = same_each_way(script, false);
     EXPECT_EQ(r.result, 1);
 }
