@@ -32,15 +32,16 @@ int put_tokens(TokenRow* row) {
         auto n = static_cast<size_t>(to - from);
         if (pos + n >= size) {
             if (!compile_state.extended) report_pp(fatal_code(MSG_INTERNAL_ERROR), u"put_tokens");
+            cpp.outpos = pos; // kept as the room grows
             grow_output(std::max(2 * size, pos + n + 1));
             out = cpp.out;
             size = cpp.outsize;
         }
         copy_units(out + pos, from, n);
         pos += n;
-        cpp.outpos = pos;
         if (cpp.capture) capture_output(from, n);
     }
+    cpp.outpos = pos;
     row->cur = row->last;
     return pos < OUTPUT_WORKING;
 }

@@ -387,7 +387,8 @@ void restore(const Saved& saved, const SourceFile* s, size_t recorded) {
         from = at;
     }
     text.append(saved.text, from);
-    if (cpp.outpos + text.size() >= cpp.outsize) grow_output(cpp.outpos + text.size() + OUTPUT_UNITS);
+    if (cpp.outpos + text.size() >= cpp.outsize)
+        grow_output(cpp.outpos + text.size() + OUTPUT_UNITS);
     std::memcpy(cpp.out + cpp.outpos, text.data(), text.size() * sizeof(char16_t));
     cpp.outpos += text.size();
 }

@@ -42,7 +42,6 @@ void make_room(ReadAheadSlot& slot, size_t units, size_t used, size_t pieces) {
 void window_at(ReadAheadState& ra, ReadAheadSlot& slot, size_t at) {
     make_room(slot, at + cpp.outsize + 1, at + cpp.outpos, ra.windowPieces);
     cpp.out = slot.text.get() + at;
-    ra.windowAt = at;
 }
 
 // The preprocessor writes its output straight into the slot, each piece
@@ -212,8 +211,9 @@ void read_ahead_stop() {
 
 void grow_slot_output(size_t units) {
     ReadAheadState& ra = cpp.readAhead;
+    ReadAheadSlot& slot = *ra.filling;
     cpp.outsize = units;
-    window_at(ra, *ra.filling, ra.windowAt);
+    window_at(ra, slot, static_cast<size_t>(cpp.out - slot.text.get()));
 }
 
 const char16_t* lendPreprocessed(size_t max, size_t* n) {

@@ -450,10 +450,8 @@ struct ReadAheadState {
     char16_t lentSaved = 0;
     size_t lentOutput = 0;
     bool slotDone = false;
-    // The slot the thread's output goes to, where in it the output starts,
-    // and the slot's pieces.
+    // The slot the thread's output goes to, and the slot's pieces.
     ReadAheadSlot* filling = nullptr;
-    size_t windowAt = 0;
     size_t windowPieces = 0;
 };
 
