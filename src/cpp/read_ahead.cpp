@@ -38,9 +38,9 @@ void make_room(ReadAheadSlot& slot, size_t units, size_t used, size_t pieces) {
 }
 
 // The output's room moves to `at` in the slot, where what it holds already
-// stands.
-void window_at(ReadAheadState& ra, ReadAheadSlot& slot, size_t at) {
-    make_room(slot, at + cpp.outsize + 1, at + cpp.outpos, ra.windowPieces);
+// stands. The slot's first room, sized for its pieces, is made by fill_slot.
+void window_at(ReadAheadSlot& slot, size_t at) {
+    make_room(slot, at + cpp.outsize + 1, at + cpp.outpos, 0);
     cpp.out = slot.text.get() + at;
 }
 
@@ -53,7 +53,6 @@ void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
     slot.effect_ends.clear();
     slot.failure = nullptr;
     ra.filling = &slot;
-    ra.windowPieces = pieces;
     size_t used = 0;
     deferred.list = &slot.effects;
     while (slot.ends.size() < pieces && !slot.last) {
@@ -62,7 +61,7 @@ void fill_slot(ReadAheadState& ra, ReadAheadSlot& slot, size_t pieces) {
                 make_room(slot, cpp.outsize + 1, 0, pieces);
                 std::memcpy(slot.text.get(), cpp.out, cpp.outpos * sizeof(char16_t));
             }
-            window_at(ra, slot, used);
+            window_at(slot, used);
             fill_output();
             size_t n = std::min(cpp.outpos, ra.max);
             size_t rest = cpp.outpos - n;
@@ -210,10 +209,9 @@ void read_ahead_stop() {
 }
 
 void grow_slot_output(size_t units) {
-    ReadAheadState& ra = cpp.readAhead;
-    ReadAheadSlot& slot = *ra.filling;
+    ReadAheadSlot& slot = *cpp.readAhead.filling;
     cpp.outsize = units;
-    window_at(ra, slot, static_cast<size_t>(cpp.out - slot.text.get()));
+    window_at(slot, static_cast<size_t>(cpp.out - slot.text.get()));
 }
 
 const char16_t* lendPreprocessed(size_t max, size_t* n) {

@@ -450,9 +450,7 @@ struct ReadAheadState {
     char16_t lentSaved = 0;
     size_t lentOutput = 0;
     bool slotDone = false;
-    // The slot the thread's output goes to, and the slot's pieces.
-    ReadAheadSlot* filling = nullptr;
-    size_t windowPieces = 0;
+    ReadAheadSlot* filling = nullptr; // the slot the thread's output goes to
 };
 
 // Runs the preprocessor until the output holds a piece's worth (or the end);
