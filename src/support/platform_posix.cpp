@@ -682,6 +682,36 @@ uint32_t copy_into_target() {
     return e;
 }
 
+// Puts the finished file in the target's place. Over the plain file guarded
+// since the start, the two names are exchanged and the old file, now under
+// the temporary name, is removed: renaming over a file makes ext4 start
+// writing the new one out before the call returns (about 80 ms for a 170 MB
+// output), which an exchange does not. Anything else, or a file system
+// without exchanges, is renamed over.
+uint32_t replace_target() {
+#ifdef RENAME_EXCHANGE
+    auto guarded = [](const std::string& name) {
+        struct stat st;
+        return lstat(name.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+               st.st_dev == pending.device && st.st_ino == pending.inode;
+    };
+    const char* temp = pending.temp.c_str();
+    const char* target = pending.target.c_str();
+    if (pending.guard >= 0 && guarded(pending.target) &&
+        renameat2(AT_FDCWD, temp, AT_FDCWD, target, RENAME_EXCHANGE) == 0) {
+        if (guarded(pending.temp)) {
+            unlink(temp);
+            return 0;
+        }
+        // Changed between the look and the exchange: put it back.
+        renameat2(AT_FDCWD, temp, AT_FDCWD, target, RENAME_EXCHANGE);
+    }
+#endif
+    if (rename(pending.temp.c_str(), pending.target.c_str()) != 0)
+        return name_error(errno, pending.target);
+    return 0;
+}
+
 } // namespace
 
 uint32_t plat_output_begin(const char16_t* path, FileHandle* out) {
@@ -724,8 +754,8 @@ uint32_t plat_output_commit() {
     if (!pending.temp.empty()) {
         if (pending.linked)
             e = copy_into_target();
-        else if (rename(pending.temp.c_str(), pending.target.c_str()) != 0)
-            e = name_error(errno, pending.target);
+        else
+            e = replace_target();
         if (e || pending.linked) unlink(pending.temp.c_str());
     }
     release_guard();

@@ -123,9 +123,19 @@ TEST_F(Safety, SuccessReplacesTheOutputWhole) {
     fs::permissions(path_of("out.res"),
                     fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
 #endif
+#ifndef _WIN32
+    // The old file is swapped out whole, never written over: a reader that
+    // had it open still reads it.
+    int old_reader = open(path_of("out.res").c_str(), O_RDONLY);
+    ASSERT_GE(old_reader, 0);
+#endif
     ASSERT_EQ(compile_to("app.rc", wide(path_of("out.res"))), 1);
     EXPECT_EQ(fs::file_size(path_of("out.res")), 32u + 32u + 4u);
 #ifndef _WIN32
+    char old_bytes[8] = {};
+    EXPECT_EQ(pread(old_reader, old_bytes, sizeof old_bytes, 4000), ssize_t(sizeof old_bytes));
+    EXPECT_EQ(std::string(old_bytes, sizeof old_bytes), std::string(8, 'o'));
+    close(old_reader);
     EXPECT_EQ(fs::status(path_of("out.res")).permissions() & fs::perms::all,
               fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
 #endif
