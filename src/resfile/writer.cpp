@@ -54,7 +54,64 @@ uint8_t* put_name(uint8_t* p, const NameOrOrdinal& name) {
 // Up to this many bytes are laid out on the stack before one write.
 constexpr size_t LOCAL_BYTES = 512;
 
+// Writing behind: a thread of its own makes the system calls while the
+// caller fills the next buffer. The two buffers change hands through the
+// semaphores: `handed` when one waits to be written, `idle` when the thread
+// has written it (and at the start).
+struct WriteBehind {
+    PlatThread* thread = nullptr;
+    PlatSemaphore* handed = nullptr;
+    PlatSemaphore* idle = nullptr;
+    std::vector<uint8_t> writing; // the thread's, between `handed` and `idle`
+    bool stop = false;
+    uint32_t error = 0; // the first failure; read only while the thread is idle
+};
+WriteBehind behind;
+
+void write_behind_body(void*) {
+    for (;;) {
+        plat_semaphore_wait(behind.handed);
+        if (behind.stop) return;
+        if (!behind.error)
+            behind.error = file_write(compile_state.output_file, behind.writing.data(),
+                                      uint32_t(behind.writing.size()));
+        plat_semaphore_post(behind.idle);
+    }
+}
+
+// Waits until the thread has written what it was handed; its first failure.
+uint32_t settle_behind() {
+    plat_semaphore_wait(behind.idle);
+    plat_semaphore_post(behind.idle);
+    return behind.error;
+}
+
 } // namespace
+
+void start_writing_behind() {
+    if (behind.thread || !compile_state.output_file || writes_vanish()) return;
+    behind.handed = plat_semaphore_create(0);
+    behind.idle = plat_semaphore_create(1);
+    if (behind.handed && behind.idle) {
+        behind.writing.reserve(OUTPUT_BUFFER_SIZE);
+        behind.thread = plat_thread_start(write_behind_body, nullptr, "tarn-write");
+    }
+    if (!behind.thread) stop_writing_behind();
+}
+
+uint32_t stop_writing_behind() {
+    uint32_t e = 0;
+    if (behind.thread) {
+        e = settle_behind();
+        behind.stop = true;
+        plat_semaphore_post(behind.handed);
+        plat_thread_join(behind.thread);
+    }
+    plat_semaphore_destroy(behind.handed);
+    plat_semaphore_destroy(behind.idle);
+    behind = WriteBehind{};
+    return e;
+}
 
 uint32_t create_output(const char16_t* path) {
     if (!path) return 0;
@@ -77,6 +134,17 @@ uint32_t write_leading_entry() {
 
 uint32_t flush_output() {
     if (output.pending.empty()) return 0;
+    if (behind.thread) {
+        plat_semaphore_wait(behind.idle);
+        if (behind.error) {
+            plat_semaphore_post(behind.idle);
+            return behind.error;
+        }
+        behind.writing.swap(output.pending);
+        output.pending.clear();
+        plat_semaphore_post(behind.handed);
+        return 0;
+    }
     uint32_t e = file_write(compile_state.output_file, output.pending.data(),
                             uint32_t(output.pending.size()));
     output.pending.clear();
@@ -85,6 +153,7 @@ uint32_t flush_output() {
 
 void close_output() {
     if (!compile_state.output_file) return;
+    stop_writing_behind();
     // Pending bytes are dropped: a compilation that succeeds has flushed and
     // checked them already, and a failed one keeps nothing.
     output = OutputBuffer{};
@@ -108,6 +177,8 @@ uint32_t write_bytes(const void* buffer, uint32_t count) {
     if (output.pending.size() + count > OUTPUT_BUFFER_SIZE)
         if (uint32_t e = flush_output()) return e;
     if (count >= OUTPUT_BUFFER_SIZE) {
+        if (behind.thread)
+            if (uint32_t e = settle_behind()) return e;
         if (uint32_t e = file_write(compile_state.output_file, buffer, count)) return e;
     } else {
         const uint8_t* bytes = static_cast<const uint8_t*>(buffer);

@@ -37,6 +37,8 @@ constexpr uint8_t TEXT_NARROW = 2; // the units are kept a byte each
 constexpr uint8_t TEXT_LONG = 4;   // the count in the two bytes after the flags
 constexpr size_t SHORT_LENGTHS = 8192;
 constexpr size_t SHORT_HEADER = 2, LONG_HEADER = 3;
+// From about 1 MiB of texts (2 MiB written), a writing thread pays for itself.
+constexpr size_t WRITE_BEHIND_CHUNKS = 4;
 
 uint8_t* text_at(uint32_t offset) {
     const StringTableState& st = string_tables;
@@ -58,23 +60,29 @@ KeptText read_text(uint32_t offset) {
 }
 
 // Copies units to bytes; returns whether every unit fitted in one. Sixteen
-// units at a time: a string table is mostly its texts.
+// units at a time: a string table is mostly its texts. A text of 16 units
+// or more ends with the 16 that end it, some of them copied twice, instead
+// of one at a time.
 bool narrow_units(uint8_t* to, const char16_t* units, size_t length) {
     size_t i = 0;
     uint16_t high = 0;
 #if defined(__SSE2__)
-    __m128i any = _mm_setzero_si128();
-    const __m128i low = _mm_set1_epi16(0x00FF);
-    for (; i + 16 <= length; i += 16) {
-        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i));
-        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i + 8));
-        any = _mm_or_si128(any, _mm_or_si128(a, b));
-        // Masked first: the pack saturates, and a wide unit is copied again anyway.
-        __m128i bytes = _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), bytes);
+    if (length >= 16) {
+        __m128i any = _mm_setzero_si128();
+        const __m128i low = _mm_set1_epi16(0x00FF);
+        for (size_t at = 0;; at += 16) {
+            if (at + 16 > length) at = length - 16;
+            __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + at));
+            __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + at + 8));
+            any = _mm_or_si128(any, _mm_or_si128(a, b));
+            // Masked first: the pack saturates, and a wide unit is copied again anyway.
+            __m128i bytes = _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), bytes);
+            if (at + 16 == length) break;
+        }
+        __m128i highs = _mm_andnot_si128(low, any); // the high bytes of the units packed
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(highs, _mm_setzero_si128())) == 0xFFFF;
     }
-    __m128i highs = _mm_andnot_si128(low, any); // the high bytes of the units packed
-    if (_mm_movemask_epi8(_mm_cmpeq_epi8(highs, _mm_setzero_si128())) != 0xFFFF) high = 0x100;
 #endif
     for (; i < length; ++i) {
         to[i] = uint8_t(units[i]);
@@ -83,15 +91,20 @@ bool narrow_units(uint8_t* to, const char16_t* units, size_t length) {
     return high < 256;
 }
 
-// Bytes back to little-endian units.
+// Bytes back to little-endian units, ending as narrow_units does.
 void widen_bytes(uint8_t* out, const uint8_t* bytes, size_t length) {
     size_t i = 0;
 #if defined(__SSE2__)
-    const __m128i zero = _mm_setzero_si128();
-    for (; i + 16 <= length; i += 16) {
-        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), _mm_unpacklo_epi8(b, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i + 16), _mm_unpackhi_epi8(b, zero));
+    if (length >= 16) {
+        const __m128i zero = _mm_setzero_si128();
+        for (size_t at = 0;; at += 16) {
+            if (at + 16 > length) at = length - 16;
+            __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + at));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * at), _mm_unpacklo_epi8(b, zero));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * at + 16),
+                             _mm_unpackhi_epi8(b, zero));
+            if (at + 16 == length) return;
+        }
     }
 #endif
     for (; i < length; ++i) {
@@ -220,12 +233,31 @@ void compile_string_table() {
 }
 
 uint32_t flush_string_tables() {
+    // Large collections are written out by a second thread while the next
+    // blocks are laid out; the script's thread has ended by now. A failed
+    // write is reported where it would be without the thread: before any
+    // duplicate found after it.
+    struct Behind {
+        bool on = string_tables.chunks.size() >= WRITE_BEHIND_CHUNKS;
+        Behind() {
+            if (on) start_writing_behind();
+        }
+        ~Behind() { stop(); }
+        uint32_t stop() {
+            uint32_t e = on ? stop_writing_behind() : 0;
+            on = false;
+            return e ? fatal_system_code(e) : 0;
+        }
+    } behind;
     std::vector<uint8_t> data;
     for (const StringBlock& b : string_tables.blocks) {
-        if (b.duplicate) return fatal_code(MSG_DUPLICATE_STRING_ID);
+        if (b.duplicate) {
+            if (uint32_t e = behind.stop()) return e;
+            return fatal_code(MSG_DUPLICATE_STRING_ID);
+        }
         if (uint32_t e = write_block(b, data)) return e;
     }
-    return 0;
+    return behind.stop();
 }
 
 void flush_string_tables_and_report() {

@@ -209,6 +209,25 @@ TEST_F(Safety, SpecialFilesAreRefusedAtOnce) {
     EXPECT_EQ(f, nullptr);
 }
 
+// A large string table is written by a second thread; a write it fails is
+// reported as the compile's own would be, ahead of a duplicate id found
+// later, and only once.
+TEST_F(Safety, WritesBehindTheCompileFailAsItsOwn) {
+    std::string script = "STRINGTABLE BEGIN\n";
+    for (int id = 0; id < 20000; ++id)
+        script += std::to_string(id) + " \"" + std::string(60, 'x') + "\"\n";
+    for (bool duplicate : {false, true}) {
+        SCOPED_TRACE(duplicate);
+        // The id's block comes soon after the first full buffer, before the second.
+        write_file("app.rc", script + (duplicate ? "END\nSTRINGTABLE BEGIN 2165 \"again\" END\n"
+                                                 : "END\n"));
+        diags.clear();
+        reattach();
+        EXPECT_EQ(compile_to("app.rc", u"/dev/full"), 0);
+        EXPECT_EQ(messages(), "fatal error: There is not enough space on the disk.");
+    }
+}
+
 // Standard output that cannot take the preprocessed text fails the run.
 TEST_F(Safety, LostStandardOutputIsAnError) {
     write_file("app.rc", std::string(20000, '\n') + SCRIPT);
