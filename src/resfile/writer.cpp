@@ -21,9 +21,13 @@ constexpr uint32_t LEADING_ENTRY_SIZE = 32;
 // times, its journal), so few of them; but still within a core's cache when
 // the kernel copies it out.
 constexpr size_t OUTPUT_BUFFER_SIZE = 256 * 1024;
+// Written behind, larger: each buffer handed over costs both threads a
+// wake, and each write the file system's own work.
+constexpr size_t BEHIND_BUFFER_SIZE = 1024 * 1024;
 
 struct OutputBuffer {
     std::vector<uint8_t> pending; // written to the file by flush_output
+    size_t limit = OUTPUT_BUFFER_SIZE; // what pending holds at most
     uint32_t position = 0;        // of the next byte, pending bytes included
 };
 OutputBuffer output;
@@ -88,15 +92,19 @@ uint32_t settle_behind() {
 
 } // namespace
 
+// The buffer is larger from start to stop whether or not a thread takes
+// the writes, so that where a failed write is noticed does not depend on it.
 void start_writing_behind() {
-    if (behind.thread || !compile_state.output_file || writes_vanish()) return;
+    if (output.limit != OUTPUT_BUFFER_SIZE || !compile_state.output_file || writes_vanish())
+        return;
+    output.limit = BEHIND_BUFFER_SIZE;
+    output.pending.reserve(BEHIND_BUFFER_SIZE);
     behind.handed = plat_semaphore_create(0);
     behind.idle = plat_semaphore_create(1);
     if (behind.handed && behind.idle) {
-        behind.writing.reserve(OUTPUT_BUFFER_SIZE);
+        behind.writing.reserve(BEHIND_BUFFER_SIZE);
         behind.thread = plat_thread_start(write_behind_body, nullptr, "tarn-write");
     }
-    if (!behind.thread) stop_writing_behind();
 }
 
 uint32_t stop_writing_behind() {
@@ -110,6 +118,7 @@ uint32_t stop_writing_behind() {
     plat_semaphore_destroy(behind.handed);
     plat_semaphore_destroy(behind.idle);
     behind = WriteBehind{};
+    output.limit = OUTPUT_BUFFER_SIZE;
     return e;
 }
 
@@ -174,9 +183,9 @@ void discard_output() {
 uint32_t write_bytes(const void* buffer, uint32_t count) {
     if (writes_vanish()) return 0;
     if (!compile_state.output_file) return ERR_INVALID_HANDLE;
-    if (output.pending.size() + count > OUTPUT_BUFFER_SIZE)
+    if (output.pending.size() + count > output.limit)
         if (uint32_t e = flush_output()) return e;
-    if (count >= OUTPUT_BUFFER_SIZE) {
+    if (count >= output.limit) {
         if (behind.thread)
             if (uint32_t e = settle_behind()) return e;
         if (uint32_t e = file_write(compile_state.output_file, buffer, count)) return e;

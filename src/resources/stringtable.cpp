@@ -39,6 +39,10 @@ constexpr size_t SHORT_LENGTHS = 8192;
 constexpr size_t SHORT_HEADER = 2, LONG_HEADER = 3;
 // From about 1 MiB of texts (2 MiB written), a writing thread pays for itself.
 constexpr size_t WRITE_BEHIND_CHUNKS = 4;
+// From 16 MiB of texts it starts once this many chunks are given back: room
+// for its two buffers of 1 MiB (BEHIND_BUFFER_SIZE) with some to spare.
+constexpr size_t WRITE_BEHIND_LATER = 64;
+constexpr size_t RELEASED_FOR_BUFFERS = 12;
 
 uint8_t* text_at(uint32_t offset) {
     const StringTableState& st = string_tables;
@@ -124,8 +128,10 @@ uint32_t keep_text() {
     if (st.chunks.empty() || st.chunk_used + most > STRING_CHUNK_BYTES) {
         if (st.chunks.size() >= UINT32_MAX / STRING_CHUNK_BYTES) throw std::bad_alloc();
         st.chunks.emplace_back(new uint8_t[STRING_CHUNK_BYTES]);
+        st.chunk_texts.push_back(0);
         st.chunk_used = 0;
     }
+    st.chunk_texts.back() += 1;
     auto offset = uint32_t((st.chunks.size() - 1) * STRING_CHUNK_BYTES + st.chunk_used);
     uint8_t* at = st.chunks.back().get() + st.chunk_used;
     // Copied as bytes while the high bits are gathered, in one pass; copied
@@ -211,6 +217,22 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
     return e ? fatal_system_code(e) : 0;
 }
 
+// Gives back each chunk whose texts have all been written out; how many.
+// Every text is written once, in its block: no chunk is read after this.
+size_t release_written(const StringBlock& b) {
+    StringTableState& st = string_tables;
+    size_t released = 0;
+    for (uint32_t slot : b.slots) {
+        if (!slot) continue;
+        size_t chunk = (slot - 1) / STRING_CHUNK_BYTES;
+        if (--st.chunk_texts[chunk] == 0) {
+            st.chunks[chunk].reset();
+            released += 1;
+        }
+    }
+    return released;
+}
+
 } // namespace
 
 void compile_string_table() {
@@ -234,13 +256,16 @@ void compile_string_table() {
 
 uint32_t flush_string_tables() {
     // Large collections are written out by a second thread while the next
-    // blocks are laid out; the script's thread has ended by now. A failed
-    // write is reported where it would be without the thread: before any
-    // duplicate found after it.
+    // blocks are laid out; the preprocessor's thread has ended by now. The
+    // largest start it once the chunks written out can hold its buffers,
+    // so that the peak of memory stays that of the texts. A failed write is
+    // reported where it would be without the thread: before any duplicate
+    // found after it.
     struct Behind {
-        bool on = string_tables.chunks.size() >= WRITE_BEHIND_CHUNKS;
-        Behind() {
-            if (on) start_writing_behind();
+        bool on = false;
+        void start() {
+            start_writing_behind();
+            on = true;
         }
         ~Behind() { stop(); }
         uint32_t stop() {
@@ -249,6 +274,8 @@ uint32_t flush_string_tables() {
             return e ? fatal_system_code(e) : 0;
         }
     } behind;
+    size_t chunks = string_tables.chunks.size(), released = 0;
+    if (chunks >= WRITE_BEHIND_CHUNKS && chunks < WRITE_BEHIND_LATER) behind.start();
     std::vector<uint8_t> data;
     for (const StringBlock& b : string_tables.blocks) {
         if (b.duplicate) {
@@ -256,6 +283,9 @@ uint32_t flush_string_tables() {
             return fatal_code(MSG_DUPLICATE_STRING_ID);
         }
         if (uint32_t e = write_block(b, data)) return e;
+        released += release_written(b);
+        if (!behind.on && chunks >= WRITE_BEHIND_LATER && released >= RELEASED_FOR_BUFFERS)
+            behind.start();
     }
     return behind.stop();
 }

@@ -125,6 +125,35 @@ TEST_F(StringTable, Failures) {
     });
 }
 
+// Over 16 MiB of texts: the texts' memory is given back while the blocks
+// are written, and the writing thread starts on what was given back. Each
+// block's two halves come from statements far apart, so a chunk is done
+// only when both are written.
+TEST_F(StringTable, LargeCollectionsComeBackWhole) {
+    constexpr int COUNT = 64000;
+    auto text = [](int id) {
+        std::string t = "text " + std::to_string(id);
+        return t + std::string(290 - t.size(), '.');
+    };
+    std::string script;
+    for (int half : {0, 1}) {
+        script += "STRINGTABLE BEGIN\n";
+        for (int id = 0; id < COUNT; ++id)
+            if ((id & 15) / 8 == half) script += std::to_string(id) + " \"" + text(id) + "\"\n";
+        script += "END\n";
+    }
+    auto e = compile_ok(script);
+    ASSERT_EQ(e.size(), size_t(COUNT / 16));
+    for (size_t k = 0; k < e.size(); ++k) {
+        std::vector<std::pair<int, std::u16string>> strings;
+        for (int id = int(16 * k); id < int(16 * k + 16); ++id) {
+            std::string t = text(id);
+            strings.push_back({id % 16, std::u16string(t.begin(), t.end())});
+        }
+        ASSERT_EQ(e[k].data, block(strings)) << "block " << k;
+    }
+}
+
 TEST_F(StringTable, ExtendedDialect) {
     expect_dialects({
         {"STRINGTABLE BEGIN 1 L\"\\x263a\" 2 \"a\" L\"b\" END\n",

@@ -218,8 +218,8 @@ TEST_F(Safety, WritesBehindTheCompileFailAsItsOwn) {
         script += std::to_string(id) + " \"" + std::string(60, 'x') + "\"\n";
     for (bool duplicate : {false, true}) {
         SCOPED_TRACE(duplicate);
-        // The id's block comes soon after the first full buffer, before the second.
-        write_file("app.rc", script + (duplicate ? "END\nSTRINGTABLE BEGIN 2165 \"again\" END\n"
+        // The id's block comes soon after the first full buffer (1 MiB), before the second.
+        write_file("app.rc", script + (duplicate ? "END\nSTRINGTABLE BEGIN 8645 \"again\" END\n"
                                                  : "END\n"));
         diags.clear();
         reattach();
