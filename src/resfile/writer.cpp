@@ -213,6 +213,11 @@ uint32_t output_position() {
     return output.position;
 }
 
+void reserve_output(uint64_t count) {
+    if (!compile_state.output_file || writes_vanish()) return;
+    plat_reserve(compile_state.output_file, output.position, count);
+}
+
 uint32_t pad_to_4(uint32_t value) {
     static const uint8_t zeros[3] = {0, 0, 0};
     uint32_t rest = value % 4;

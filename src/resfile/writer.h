@@ -37,6 +37,8 @@ uint32_t commit_output();
 void discard_output();
 uint32_t write_bytes(const void* buffer, uint32_t count);
 uint32_t output_position();
+// The next `count` bytes will be written: the file system may allocate them now.
+void reserve_output(uint64_t count);
 uint32_t pad_to_4(uint32_t value);
 uint32_t name_size(const NameOrOrdinal& name);
 uint32_t write_name(const NameOrOrdinal& name);

@@ -3,6 +3,7 @@
 // per language, one RT_STRING resource each, in the order in which each
 // (block, language) pair first appeared.
 #include <algorithm>
+#include <cassert>
 #include <bit>
 #include <cstring>
 #include <new>
@@ -153,7 +154,7 @@ uint32_t keep_text() {
 }
 
 // Files the string in its block, opening the block where its pair is new.
-void add_string(uint16_t id, uint32_t statement, uint32_t offset) {
+void add_string(uint16_t id, uint32_t statement, uint32_t offset, size_t units) {
     StringTableState& st = string_tables;
     auto block_id = uint16_t((id >> 4) + 1); // 4096 for ids from 0xFFF0: 16 bits hold it
     uint32_t key = uint32_t(block_id) << 16 | st.statements[statement].language;
@@ -168,6 +169,7 @@ void add_string(uint16_t id, uint32_t statement, uint32_t offset) {
     uint32_t& slot = b.slots[id & 15u];
     if (slot) b.duplicate = true;
     slot = offset + 1;
+    b.units += uint32_t(units);
 }
 
 // A filled slot is its length word and that many units (the zero when a
@@ -217,6 +219,16 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
     return e ? fatal_system_code(e) : 0;
 }
 
+// What the blocks will write: each a header, a length word per slot, the
+// units, and a last unit of padding after an odd number of them.
+uint64_t written_size() {
+    uint64_t size = 0;
+    uint32_t header = header_size(make_ordinal(RT_STRING), make_ordinal(1));
+    for (const StringBlock& b : string_tables.blocks)
+        size += header + 2 * (16 + uint64_t(b.units) + (b.units & 1));
+    return size;
+}
+
 // Gives back each chunk whose texts have all been written out; how many.
 // Every text is written once, in its block: no chunk is read after this.
 size_t release_written(const StringBlock& b) {
@@ -247,9 +259,9 @@ void compile_string_table() {
     do {
         uint16_t id = uint16_t(parse_expr16(true));
         accept(TK_COMMA);
-        if (is_string(token.kind) && fits_16(token.length + (compile_state.null_append ? 1 : 0),
-                                             u"STRINGTABLE string length"))
-            add_string(id, statement, keep_text());
+        size_t units = token.length + (compile_state.null_append ? 1 : 0);
+        if (is_string(token.kind) && fits_16(units, u"STRINGTABLE string length"))
+            add_string(id, statement, keep_text(), units);
         expect(TK_STRING);
     } while (!accept(TK_END));
 }
@@ -275,6 +287,9 @@ uint32_t flush_string_tables() {
         }
     } behind;
     size_t chunks = string_tables.chunks.size(), released = 0;
+    uint64_t reserved = chunks >= WRITE_BEHIND_CHUNKS ? written_size() : 0;
+    [[maybe_unused]] uint32_t from = output_position();
+    reserve_output(reserved);
     if (chunks >= WRITE_BEHIND_CHUNKS && chunks < WRITE_BEHIND_LATER) behind.start();
     std::vector<uint8_t> data;
     for (const StringBlock& b : string_tables.blocks) {
@@ -287,6 +302,7 @@ uint32_t flush_string_tables() {
         if (!behind.on && chunks >= WRITE_BEHIND_LATER && released >= RELEASED_FOR_BUFFERS)
             behind.start();
     }
+    assert(!reserved || !compile_state.output_file || output_position() - from == reserved);
     return behind.stop();
 }
 

@@ -18,6 +18,7 @@ namespace tarn {
 struct StringBlock {
     uint32_t slots[16] = {}; // text offsets + 1; 0: an empty slot
     uint32_t statement = 0;
+    uint32_t units = 0; // in its filled slots, zeros included
     uint16_t block_id = 0;
     bool duplicate = false;
 };

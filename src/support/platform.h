@@ -38,6 +38,10 @@ uint32_t plat_read(FileHandle f, void* buffer, uint32_t n, uint32_t* got);
 uint32_t plat_write(FileHandle f, const void* buffer, uint32_t n, uint32_t* put);
 uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* position);
 uint32_t plat_size(FileHandle f, uint32_t* size);
+// Asks the file system to allocate `length` bytes from `offset` for writes
+// to come, without changing the file's size. A hint: nothing changes when
+// it cannot.
+void plat_reserve(FileHandle f, uint64_t offset, uint64_t length);
 void plat_close(FileHandle f);
 // Refuses (as Windows does) a file open here or in another compile, a
 // read-only file, and anything that is not a plain file.

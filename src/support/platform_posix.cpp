@@ -502,6 +502,16 @@ uint32_t plat_write(FileHandle f, const void* buffer, uint32_t n, uint32_t* put)
     return 0;
 }
 
+// ext4 takes a third less time to write into room allocated beforehand: it
+// then reserves nothing page by page.
+void plat_reserve(FileHandle f, uint64_t offset, uint64_t length) {
+#ifdef FALLOC_FL_KEEP_SIZE
+    if (f && length) fallocate(fd_of(f), FALLOC_FL_KEEP_SIZE, off_t(offset), off_t(length));
+#else
+    (void)f, (void)offset, (void)length;
+#endif
+}
+
 uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* position) {
     if (!f) return ERR_INVALID_HANDLE;
     int whence = SEEK_END;

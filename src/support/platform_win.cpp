@@ -88,6 +88,9 @@ uint32_t plat_write(FileHandle f, const void* buffer, uint32_t n, uint32_t* put)
     return 0;
 }
 
+// Windows file systems allocate as the file grows; no hint is given.
+void plat_reserve(FileHandle, uint64_t, uint64_t) {}
+
 uint32_t plat_seek(FileHandle f, int64_t offset, SeekOrigin origin, uint32_t* position) {
     if (!f) return ERR_INVALID_HANDLE;
     DWORD method = FILE_END;
