@@ -26,9 +26,9 @@ constexpr size_t OUTPUT_BUFFER_SIZE = 256 * 1024;
 constexpr size_t BEHIND_BUFFER_SIZE = 1024 * 1024;
 
 struct OutputBuffer {
-    std::vector<uint8_t> pending; // written to the file by flush_output
+    std::vector<uint8_t> pending;      // written to the file by flush_output
     size_t limit = OUTPUT_BUFFER_SIZE; // what pending holds at most
-    uint32_t position = 0;        // of the next byte, pending bytes included
+    uint32_t position = 0;             // of the next byte, pending bytes included
 };
 OutputBuffer output;
 
@@ -95,8 +95,7 @@ uint32_t settle_behind() {
 // The buffer is larger from start to stop whether or not a thread takes
 // the writes, so that where a failed write is noticed does not depend on it.
 void start_writing_behind() {
-    if (output.limit != OUTPUT_BUFFER_SIZE || !compile_state.output_file || writes_vanish())
-        return;
+    if (output.limit != OUTPUT_BUFFER_SIZE || !compile_state.output_file || writes_vanish()) return;
     output.limit = BEHIND_BUFFER_SIZE;
     output.pending.reserve(BEHIND_BUFFER_SIZE);
     behind.handed = plat_semaphore_create(0);

@@ -24,9 +24,10 @@ uint32_t write_leading_entry();
 // Writes what is still buffered; a compilation flushes and checks before it
 // closes, since close_output ignores failures.
 uint32_t flush_output();
-// From start to stop, buffers are written by a thread of their own while
-// the next is filled (without a thread, as before). Stop waits for the last
-// and returns the first failure; the buffer being filled stays unwritten.
+// From start to stop, larger buffers are written by a thread of their own
+// while the next is filled (by the caller when there is no thread). Stop
+// waits for the last and returns the first failure; the buffer being
+// filled stays unwritten.
 void start_writing_behind();
 uint32_t stop_writing_behind();
 void close_output();

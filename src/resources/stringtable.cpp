@@ -3,8 +3,8 @@
 // per language, one RT_STRING resource each, in the order in which each
 // (block, language) pair first appeared.
 #include <algorithm>
-#include <cassert>
 #include <bit>
+#include <cassert>
 #include <cstring>
 #include <new>
 #include <vector>

@@ -34,7 +34,7 @@ struct StringTableState {
     // its units are kept as bytes: all below 256, as script text mostly is),
     // then the units.
     std::vector<std::unique_ptr<uint8_t[]>> chunks; // of STRING_CHUNK_BYTES each
-    std::vector<uint32_t> chunk_texts; // each chunk's texts not yet written out
+    std::vector<uint32_t> chunk_texts;              // each chunk's texts not yet written out
     size_t chunk_used = 0;
     FlatMap<uint32_t, uint32_t> block_index; // (block id, language) to its block
 };

@@ -219,8 +219,8 @@ TEST_F(Safety, WritesBehindTheCompileFailAsItsOwn) {
     for (bool duplicate : {false, true}) {
         SCOPED_TRACE(duplicate);
         // The id's block comes soon after the first full buffer (1 MiB), before the second.
-        write_file("app.rc", script + (duplicate ? "END\nSTRINGTABLE BEGIN 8645 \"again\" END\n"
-                                                 : "END\n"));
+        write_file("app.rc",
+                   script + (duplicate ? "END\nSTRINGTABLE BEGIN 8645 \"again\" END\n" : "END\n"));
         diags.clear();
         reattach();
         EXPECT_EQ(compile_to("app.rc", u"/dev/full"), 0);
