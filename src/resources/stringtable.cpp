@@ -23,6 +23,9 @@
 namespace tarn {
 
 StringTableState string_tables;
+// A 100 MB script holds about 100,000 blocks, seven to each 512-byte node of
+// the deque; a larger block would fit only six.
+static_assert(sizeof(StringBlock) <= 72);
 
 namespace {
 
@@ -169,7 +172,8 @@ void add_string(uint16_t id, uint32_t statement, uint32_t offset, size_t units) 
     uint32_t& slot = b.slots[id & 15u];
     if (slot) b.duplicate = true;
     slot = offset + 1;
-    b.units += uint32_t(units);
+    b.odd ^= (units & 1) != 0;
+    st.units += units;
 }
 
 // A filled slot is its length word and that many units (the zero when a
@@ -222,10 +226,10 @@ uint32_t write_block(const StringBlock& b, std::vector<uint8_t>& data) {
 // What the blocks will write: each a header, a length word per slot, the
 // units, and a last unit of padding after an odd number of them.
 uint64_t written_size() {
-    uint64_t size = 0;
-    uint32_t header = header_size(make_ordinal(RT_STRING), make_ordinal(1));
-    for (const StringBlock& b : string_tables.blocks)
-        size += header + 2 * (16 + uint64_t(b.units) + (b.units & 1));
+    const StringTableState& st = string_tables;
+    uint64_t header = header_size(make_ordinal(RT_STRING), make_ordinal(1));
+    uint64_t size = st.blocks.size() * (header + 2 * 16) + 2 * st.units;
+    for (const StringBlock& b : st.blocks) size += b.odd ? 2 : 0;
     return size;
 }
 

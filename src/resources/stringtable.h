@@ -18,9 +18,9 @@ namespace tarn {
 struct StringBlock {
     uint32_t slots[16] = {}; // text offsets + 1; 0: an empty slot
     uint32_t statement = 0;
-    uint32_t units = 0; // in its filled slots, zeros included
     uint16_t block_id = 0;
     bool duplicate = false;
+    bool odd = false; // an odd count of units in its filled slots (zeros included)
 };
 
 struct StringTableState {
@@ -36,6 +36,7 @@ struct StringTableState {
     std::vector<std::unique_ptr<uint8_t[]>> chunks; // of STRING_CHUNK_BYTES each
     std::vector<uint32_t> chunk_texts;              // each chunk's texts not yet written out
     size_t chunk_used = 0;
+    uint64_t units = 0;                      // in every filled slot, zeros included
     FlatMap<uint32_t, uint32_t> block_index; // (block id, language) to its block
 };
 extern StringTableState string_tables;
