@@ -72,13 +72,17 @@ struct WriteBehind {
 };
 WriteBehind behind;
 
+// A stop asked for is the compile's thread to notice (nothing may be thrown
+// here), so the thread writes without file_write's check for one.
 void write_behind_body(void*) {
     for (;;) {
         plat_semaphore_wait(behind.handed);
         if (behind.stop) return;
-        if (!behind.error)
-            behind.error = file_write(compile_state.output_file, behind.writing.data(),
-                                      uint32_t(behind.writing.size()));
+        if (!behind.error) {
+            uint32_t size = uint32_t(behind.writing.size()), put = 0;
+            uint32_t e = plat_write(compile_state.output_file, behind.writing.data(), size, &put);
+            behind.error = e ? e : put == size ? 0 : ERR_WRITE_FAULT;
+        }
         plat_semaphore_post(behind.idle);
     }
 }
@@ -143,6 +147,7 @@ uint32_t write_leading_entry() {
 uint32_t flush_output() {
     if (output.pending.empty()) return 0;
     if (behind.thread) {
+        poll_abort(); // where file_write would
         plat_semaphore_wait(behind.idle);
         if (behind.error) {
             plat_semaphore_post(behind.idle);

@@ -3,12 +3,16 @@
 // collected without an output.
 #include "harness/harness.h"
 
+#include <filesystem>
+
 #include "resfile/writer.h"
 #include "support/files.h"
 #include "support/state.h"
+#include <tarn/tarn.h>
 
 using namespace tarn;
 using Bytes = std::vector<uint8_t>;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -76,6 +80,36 @@ TEST_F(Writer, CopiesTheRestOfAFile) {
         EXPECT_EQ(copy_file_rest(f.handle), 0u); // at the end: nothing more
     });
     EXPECT_EQ(got, Bytes(content.begin() + 10, content.end()));
+}
+
+// Written behind by a second thread, the bytes come out whole and in order,
+// whether buffered or too large to buffer; a stop asked for is noticed by
+// the caller, as a write of its own would notice it.
+TEST_F(Writer, WritesBehindComeOutInOrder) {
+    Bytes want;
+    Bytes got = written([&] {
+        start_writing_behind();
+        for (uint32_t size : {1000u, 700000u, 3u, 2500000u, 900000u, 64u, 1048576u, 5u}) {
+            Bytes piece(size);
+            for (uint32_t i = 0; i < size; ++i) piece[i] = uint8_t(i * 13 + size);
+            EXPECT_EQ(write_bytes(piece.data(), size), 0u);
+            want.insert(want.end(), piece.begin(), piece.end());
+        }
+        EXPECT_EQ(stop_writing_behind(), 0u);
+        EXPECT_EQ(output_position(), want.size());
+    });
+    EXPECT_EQ(got, want);
+
+    reattach();
+    ASSERT_EQ(create_output(wide(path_of("stopped.res")).c_str()), 0u);
+    start_writing_behind();
+    Bytes piece(600000, 'p');
+    EXPECT_EQ(write_bytes(piece.data(), uint32_t(piece.size())), 0u);
+    EXPECT_EQ(write_bytes(piece.data(), uint32_t(piece.size())), 0u); // the first handed over
+    set_abort_flag();
+    EXPECT_THROW(write_bytes(piece.data(), uint32_t(piece.size())), AbortUnwind);
+    discard_output(); // ends the thread
+    EXPECT_FALSE(fs::exists(path_of("stopped.res")));
 }
 
 TEST_F(Writer, WithoutAnOutputOnlyDependencyModeSucceeds) {
