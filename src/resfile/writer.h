@@ -27,7 +27,7 @@ uint32_t flush_output();
 // From start to stop, larger buffers are written by a thread of their own
 // while the next is filled (by the caller when there is no thread). Stop
 // waits for the last and returns the first failure; the buffer being
-// filled stays unwritten.
+// filled stays unwritten. A second start or stop does nothing.
 void start_writing_behind();
 uint32_t stop_writing_behind();
 void close_output();

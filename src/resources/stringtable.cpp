@@ -277,37 +277,33 @@ uint32_t flush_string_tables() {
     // so that the peak of memory stays that of the texts. A failed write is
     // reported where it would be without the thread: before any duplicate
     // found after it.
-    struct Behind {
-        bool on = false;
-        void start() {
-            start_writing_behind();
-            on = true;
-        }
-        ~Behind() { stop(); }
-        uint32_t stop() {
-            uint32_t e = on ? stop_writing_behind() : 0;
-            on = false;
-            return e ? fatal_system_code(e) : 0;
-        }
-    } behind;
+    // Starting and stopping twice does nothing more; the thread ends on
+    // every path out, a fatal error's included.
+    struct StopBehind {
+        ~StopBehind() { stop_writing_behind(); }
+    } ends_behind;
+    auto stop_behind = [] {
+        uint32_t e = stop_writing_behind();
+        return e ? fatal_system_code(e) : 0;
+    };
     size_t chunks = string_tables.chunks.size(), released = 0;
     uint64_t reserved = chunks >= WRITE_BEHIND_CHUNKS ? written_size() : 0;
     [[maybe_unused]] uint32_t from = output_position();
     reserve_output(reserved);
-    if (chunks >= WRITE_BEHIND_CHUNKS && chunks < WRITE_BEHIND_LATER) behind.start();
+    if (chunks >= WRITE_BEHIND_CHUNKS && chunks < WRITE_BEHIND_LATER) start_writing_behind();
     std::vector<uint8_t> data;
     for (const StringBlock& b : string_tables.blocks) {
         if (b.duplicate) {
-            if (uint32_t e = behind.stop()) return e;
+            if (uint32_t e = stop_behind()) return e;
             return fatal_code(MSG_DUPLICATE_STRING_ID);
         }
         if (uint32_t e = write_block(b, data)) return e;
         released += release_written(b);
-        if (!behind.on && chunks >= WRITE_BEHIND_LATER && released >= RELEASED_FOR_BUFFERS)
-            behind.start();
+        if (chunks >= WRITE_BEHIND_LATER && released >= RELEASED_FOR_BUFFERS)
+            start_writing_behind();
     }
     assert(!reserved || !compile_state.output_file || output_position() - from == reserved);
-    return behind.stop();
+    return stop_behind();
 }
 
 void flush_string_tables_and_report() {
