@@ -142,6 +142,10 @@ uint64_t load4(const char16_t* p) {
     return static_cast<uint32_t>((h ^ (h >> 29)) * K >> 32);
 }
 
+uint32_t slot_len(size_t len) {
+    return len < UINT32_MAX ? uint32_t(len) : UINT32_MAX;
+}
+
 bool same_units(const char16_t* a, const char16_t* b, size_t len) {
     if (len < 4) {
         for (size_t i = 0; i < len; ++i)
@@ -179,21 +183,25 @@ namespace {
     }
     s->len = len;
     s->hash = hash;
-    cpp.buckets[at] = SymbolSlot{s, hash};
+    cpp.buckets[at] = SymbolSlot{s, s->name, hash, slot_len(len)};
     cpp.symbolCount += 1;
     char16_t second = len > 1 ? name[1] : 0;
     cpp.macroBits[name[0] & 63] |= 1u << (second & 31);
     return s;
 }
 
-// The entry of a name, or null; the search both lookups share.
+// The entry of a name, or null; the search both lookups share. The symbol
+// of a slot whose hash and length match is asked for before the names are
+// compared: it is nearly always the one.
 [[gnu::always_inline]] inline Symbol* search(const char16_t* name, size_t len, uint32_t hash) {
     size_t mask = cpp.buckets.size() - 1;
+    uint32_t kept_len = slot_len(len);
     for (size_t i = bucket_of(hash);; i = (i + 1) & mask) {
         const SymbolSlot& slot = cpp.buckets[i];
         if (!slot.symbol) return nullptr;
-        if (slot.hash == hash && slot.symbol->len == len &&
-            same_units(slot.symbol->name, name, len))
+        if (slot.hash != hash || slot.len != kept_len) continue;
+        __builtin_prefetch(slot.symbol);
+        if ((kept_len != UINT32_MAX || slot.symbol->len == len) && same_units(slot.name, name, len))
             return slot.symbol;
     }
 }

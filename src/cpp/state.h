@@ -212,10 +212,14 @@ struct Symbol {
 };
 
 // The symbol table is open-addressed: a search that meets another name's
-// slot compares the hashes kept in the table, without going to the symbol.
+// slot compares the hash and length kept in the table, without going to the
+// symbol. The name is kept there too, so that a found name is compared while
+// its symbol is on its way: in a large table each is a wait on memory.
 struct SymbolSlot {
     Symbol* symbol = nullptr; // null: empty
+    const char16_t* name = nullptr;
     uint32_t hash = 0;
+    uint32_t len = 0; // UINT32_MAX: that or longer, and the symbol's is compared
 };
 constexpr size_t SYMBOL_BUCKETS = 1024; // at first; doubled when half full
 
