@@ -412,7 +412,13 @@ bool fast_token(PpToken* tp, char16_t*& cp, const int16_t*& state, uint32_t* res
             break;
         }
         put_token(tp, PP_NAME, ws, text, p);
-        *result |= name_bit(text, p);
+        if (uint32_t bit = name_bit(text, p)) {
+            // A name that may be a macro is looked up once the line is
+            // lexed; its slot is asked for now, so that the wait on memory
+            // overlaps the rest of the line.
+            *result |= bit;
+            prefetch_name(text, size_t(p - text));
+        }
         cp = p;
         return true;
     case START_NUMBER:

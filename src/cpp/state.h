@@ -232,6 +232,7 @@ Symbol* lookup_name(const char16_t* name, size_t len, bool install);
 // a missing name without copying it (zero-terminated, outliving the table).
 void reserve_symbols(size_t more);
 void prefetch_symbol(uint32_t hash);
+void prefetch_name(const char16_t* name, size_t len); // the slot of a name about to be looked up
 Symbol* lookup_saved(const char16_t* name, size_t len, uint32_t hash);
 inline Symbol* lookupSymbol(const PpToken* tp, bool install) {
     return lookup_name(tp->text, tp->len, install);
