@@ -4,6 +4,8 @@
 #include "cpp/pp_fixture.h"
 
 #include <regex>
+#include <unordered_map>
+#include <vector>
 
 #include "cpp/state.h"
 #include <tarn/tarn.h>
@@ -139,4 +141,29 @@ TEST_F(Macros, HidesetsStopGrowingAtThirty) {
     // Sets are interned: the same members in any order give the same index.
     EXPECT_EQ(new_hideset(new_hideset(0, &symbols[1]), &symbols[0]),
               new_hideset(new_hideset(0, &symbols[0]), &symbols[1]));
+}
+
+// The table compares a name only where its hash and length match another's:
+// among this many names of one length some hashes are equal, and each name
+// must still find its own symbol.
+TEST_F(Macros, NamesWithOneHashKeepTheirOwnSymbols) {
+    using namespace tarn;
+    constexpr int COUNT = 200000;
+    std::vector<std::u16string> names;
+    for (int i = 0; i < COUNT; ++i) {
+        std::string digits = std::to_string(1000000 + i);
+        names.emplace_back(u"N" + std::u16string(digits.begin(), digits.end()));
+    }
+    std::vector<Symbol*> installed;
+    for (const std::u16string& n : names)
+        installed.push_back(lookup_name(n.data(), n.size(), true));
+    std::unordered_map<uint32_t, int> by_hash;
+    int shared = 0;
+    for (Symbol* s : installed) shared += by_hash[s->hash]++ > 0;
+    ASSERT_GT(shared, 0) << "no two names share a hash: the test tests nothing";
+    for (int i = 0; i < COUNT; ++i) {
+        Symbol* s = lookup_name(names[i].data(), names[i].size(), false);
+        ASSERT_EQ(s, installed[i]) << i;
+        EXPECT_EQ(std::u16string(s->name, s->len), names[i]);
+    }
 }
