@@ -220,12 +220,12 @@ void reserve_symbols(size_t more) {
     if (size != cpp.buckets.size()) grow_table(size);
 }
 
-void prefetch_name(const char16_t* name, size_t len) {
-    __builtin_prefetch(&cpp.buckets[bucket_of(name_hash(name, len))]);
-}
-
 void prefetch_symbol(uint32_t hash) {
     __builtin_prefetch(&cpp.buckets[bucket_of(hash)]);
+}
+
+void prefetch_name(const char16_t* name, size_t len) {
+    prefetch_symbol(name_hash(name, len));
 }
 
 Symbol* lookup_saved(const char16_t* name, size_t len, uint32_t hash) {
