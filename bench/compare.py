@@ -27,12 +27,6 @@ def run(tarn, include, script, out, cache):
     return (time.perf_counter() - start) * 1000
 
 
-def label(script):
-    # The 100 MB copies keep their scripts' names in a folder of their own.
-    folder, name = os.path.split(script)
-    return os.path.join(os.path.basename(folder), name) if folder.endswith('large') else name
-
-
 def quartiles(values):
     q = statistics.quantiles(values, n=4) if len(values) > 1 else values * 3
     return q[0], q[2]
@@ -42,6 +36,8 @@ def main():
     rounds, include, work = int(sys.argv[1]), sys.argv[2], sys.argv[3]
     builds = sys.argv[4:6]
     scripts = sys.argv[6:]
+    # Named from their common folder: the 100 MB copies share their scripts' names.
+    root = os.path.commonpath([os.path.dirname(os.path.abspath(s)) for s in scripts])
     caches = [os.path.join(work, 'cache-base'), os.path.join(work, 'cache-changed')]
     outs = [os.path.join(work, 'base.res'), os.path.join(work, 'changed.res')]
     for c in caches:
@@ -64,7 +60,7 @@ def main():
         ratios = [c / b for b, c in zip(*times)]
         low, high = quartiles(ratios)
         print('%-18s %9.1f %11.1f %11.1f %9.3f %7.3f-%.3f' %
-              (label(script), os.path.getsize(script) / 1e6,
+              (os.path.relpath(os.path.abspath(script), root), os.path.getsize(script) / 1e6,
                statistics.median(times[0]), statistics.median(times[1]),
                statistics.median(ratios), low, high))
     sys.exit(0 if same else 1)
